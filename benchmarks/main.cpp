@@ -1,0 +1,21 @@
+#include <benchmark/benchmark.h>
+#include <boost/version.hpp>
+
+#include <string>
+#include <thread>
+
+int main(int argc, char** argv) {
+    // The standard library leaves atomic operations out until there was a second thread; hosts have some.
+    std::thread([] {}).join();
+#if defined(__clang__)
+    benchmark::AddCustomContext("compiler", "clang " __clang_version__);
+#else
+    benchmark::AddCustomContext("compiler", "g++ " __VERSION__);
+#endif
+    benchmark::AddCustomContext("boost", BOOST_LIB_VERSION);
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return 1;
+    benchmark::RunSpecifiedBenchmarks();
+    return 0;
+}

@@ -1,0 +1,90 @@
+#pragma once
+
+#include "support/Host.h"
+#include "support/Worker.h"
+
+#include <functional>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <shared_mutex>
+#include <string>
+#include <unordered_map>
+#include <utility>
+
+namespace bench {
+
+/// What one would write without a framework: a map of functions behind a lock.
+class NaiveRouter {
+public:
+    using Function = std::function<std::future<MessagePtr>(MessagePtr&&)>;
+
+    void add(const std::string& name, Function function) {
+        const std::lock_guard<std::shared_mutex> lock(mutex);
+        functions.emplace(name, std::move(function));
+    }
+
+    std::future<MessagePtr> handle(const std::string& name, MessagePtr&& message) {
+        Function function;
+        {
+            const std::shared_lock<std::shared_mutex> lock(mutex);
+            function = functions.at(name);
+        }
+        return function(std::move(message));
+    }
+
+private:
+    std::shared_mutex mutex;
+    std::unordered_map<std::string, Function> functions;
+};
+
+inline std::future<MessagePtr> naiveEcho(MessagePtr&& message) {
+    std::promise<MessagePtr> promise;
+    promise.set_value(std::move(message));
+    return promise.get_future();
+}
+
+/// Answers naively from a worker's thread.
+class NaiveLater {
+public:
+    std::future<MessagePtr> operator()(MessagePtr&& message) const {
+        Task task{{}, std::move(message)};
+        std::future<MessagePtr> future = task.promise.get_future();
+        worker->post(std::move(task));
+        return future;
+    }
+
+private:
+    struct Task {
+        std::promise<MessagePtr> promise;
+        MessagePtr message;
+        void operator()() { promise.set_value(std::move(message)); }
+    };
+
+    std::shared_ptr<Worker<Task>> worker = std::make_shared<Worker<Task>>();
+};
+
+/// A provider that answers from a worker's thread.
+class Later : public connector::ServiceProvider {
+public:
+    Reply handle(MessagePtr&& message, connector::Address&&, std::shared_ptr<connector::Context>&&) override {
+        auto state = std::make_shared<connector::detail::SharedFutureState<MessagePtr>>();
+        worker.post({state, std::move(message)});
+        return Reply(std::move(state));
+    }
+
+private:
+    struct Task {
+        std::shared_ptr<connector::detail::SharedFutureState<MessagePtr>> state;
+        MessagePtr message;
+        void operator()() { state->setValue(std::move(message)); }
+    };
+
+    Worker<Task> worker;
+};
+
+inline long request(NaiveRouter& router, const std::string& name) {
+    return numberOf(router.handle(name, std::make_unique<Number>(1)).get());
+}
+
+} // namespace bench

@@ -1,0 +1,21 @@
+# cmake -DEXPECT=file -DSTATUS=n -P RunAndCompare.cmake -- command …: fails unless the command prints just what the file holds and
+# ends with that exit status (0 if none is given). What it prints on standard error follows the rest.
+set(command)
+foreach(i RANGE ${CMAKE_ARGC})
+    if(DEFINED reached)
+        list(APPEND command "${CMAKE_ARGV${i}}")
+    elseif("${CMAKE_ARGV${i}}" STREQUAL "--")
+        set(reached TRUE)
+    endif()
+endforeach()
+
+execute_process(COMMAND ${command} OUTPUT_VARIABLE output ERROR_VARIABLE errors RESULT_VARIABLE status)
+file(READ "${EXPECT}" expected)
+if(NOT STATUS)
+    set(STATUS 0)
+endif()
+if(NOT "${output}${errors}" STREQUAL "${expected}")
+    message(FATAL_ERROR "printed\n${output}${errors}\ninstead of\n${expected}")
+elseif(NOT status STREQUAL STATUS)
+    message(FATAL_ERROR "ended with ${status} instead of ${STATUS}")
+endif()

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <connector/Export.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace connector {
+
+/// Where a message goes: text segments joined by '/', consumed from the front as the message travels. Each routing step
+/// removes the segment that named its service; the provider receives the rest. A segment that begins with '?' names an
+/// optional service.
+///
+/// n slashes make n + 1 segments, so "a/b" is a, b; "/a" is an empty segment, then a; "a/" is a, then an empty segment.
+/// The empty text makes none.
+///
+/// A value type: copies are independent, a moved-from address is empty. An address whose text fits a small string
+/// allocates nothing to make, to move or to consume by hash. Threads: like a std::string, one writer or any number of
+/// readers at a time.
+class CONNECTOR_API_EXPORT Address {
+public:
+    /// An address without segments.
+    Address() noexcept = default;
+
+    /// The segments of `text`. The text is kept as it is; nothing is escaped and no form is refused.
+    explicit Address(std::string text) noexcept;
+
+    Address(const Address& other) = default;
+    Address(Address&& other) noexcept;
+    Address& operator=(const Address& other);
+    Address& operator=(Address&& other) noexcept;
+    ~Address() = default;
+
+    /// Whether no segment is left.
+    bool empty() const noexcept { return position == exhausted; }
+
+    /// Removes the first segment and returns its text as written, a leading '?' included. With no segment left, returns
+    /// the empty text. Throws std::bad_alloc when the text can't be copied; the segment then stays.
+    std::string pop();
+
+    /// serviceNameHash of the first segment, or of the empty text with no segment left. Costs time in the segment's
+    /// length.
+    [[gnu::pure]] std::uint64_t peekHash() const noexcept;
+
+    /// Removes the first segment and returns the hash that peekHash() would have given. In line: a caller who has
+    /// peeked already and ignores the result doesn't pay for the hash again.
+    std::uint64_t popHash() noexcept {
+        const std::uint64_t hash = peekHash();
+        dropFirst();
+        return hash;
+    }
+
+    /// The segments still left, joined by '/'.
+    std::string toString() const;
+
+private:
+    static constexpr std::size_t exhausted = std::string::npos;
+
+    std::string_view rest() const noexcept {
+        return empty() ? std::string_view() : std::string_view(text).substr(position);
+    }
+    std::string_view first() const noexcept { return rest().substr(0, rest().find('/')); }
+    void dropFirst() noexcept;
+
+    std::string text;
+    // Where the first segment that is left begins in `text`. It may be the text's end: a last segment that is empty.
+    std::size_t position = exhausted;
+};
+
+} // namespace connector

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <connector/Export.h>
+
+namespace connector {
+
+/// The base of every message. What a message contains is between the host and its providers: the framework never reads
+/// or changes one, it only moves the std::unique_ptr that owns it and destroys it through this class.
+class CONNECTOR_API_EXPORT Message {
+public:
+    virtual ~Message();
+
+protected:
+    Message() = default;
+    Message(const Message&) = default;
+    Message& operator=(const Message&) = default;
+};
+
+} // namespace connector

@@ -1,0 +1,206 @@
+#pragma once
+
+#include <connector/async/detail/ResultState.h>
+
+#if __cplusplus < 202002L || !defined(__cpp_impl_coroutine)
+#error "connector/async/Coroutine.h needs C++20 and its coroutines: -std=c++20"
+#else
+
+#include <coroutine>
+#include <exception>
+#include <memory>
+#include <mutex>
+#include <type_traits>
+#include <utility>
+
+namespace connector {
+namespace detail {
+
+/// What every coroutine with a future has, whatever it returns.
+struct CoroutineBase {
+    /// Where the link that resumed the coroutine takes the one that is due after it, so that a coroutine that ends
+    /// returns to the loop that runs its chain. Null once it is suspended again: that link isn't below it on the stack
+    /// any more.
+    std::unique_ptr<ChainLink>* next = nullptr;
+};
+
+/// What `co_await awaitable` asks: the awaitable itself, or what its operator co_await gives.
+template <class Awaitable>
+decltype(auto) awaiterOf(Awaitable&& awaitable) {
+    if constexpr (requires { std::forward<Awaitable>(awaitable).operator co_await(); })
+        return std::forward<Awaitable>(awaitable).operator co_await();
+    else if constexpr (requires { operator co_await(std::forward<Awaitable>(awaitable)); })
+        return operator co_await(std::forward<Awaitable>(awaitable));
+    else
+        return std::forward<Awaitable>(awaitable);
+}
+
+/// Any co_await of a coroutine with a future. `Asked` is an awaiter, or a reference to one.
+template <class Asked>
+struct Suspension {
+    Asked awaiter;
+    CoroutineBase& base;
+
+    decltype(auto) await_ready() { return awaiter.await_ready(); }
+    template <class P>
+    decltype(auto) await_suspend(std::coroutine_handle<P> coroutine) {
+        base.next = nullptr;
+        return awaiter.await_suspend(coroutine);
+    }
+    decltype(auto) await_resume() { return awaiter.await_resume(); }
+};
+
+/// The link of a coroutine that is suspended in a co_await.
+template <class T>
+class Resume {
+public:
+    Resume(std::coroutine_handle<> coroutine, Future<T>& arrived, CoroutineBase* base) noexcept
+        : coroutine(coroutine), arrived(arrived), base(base) {}
+
+    std::unique_ptr<ChainLink> operator()(Future<T>&& source, bool) {
+        std::unique_ptr<ChainLink> next;
+        arrived = std::move(source);
+        if (base)
+            base->next = &next;
+        coroutine.resume(); // the coroutine may be gone after this
+        return next;
+    }
+
+private:
+    const std::coroutine_handle<> coroutine;
+    Future<T>& arrived;
+    CoroutineBase* const base;
+};
+
+template <class T>
+class CoroutinePromise : public CoroutineBase {
+public:
+    CoroutinePromise() : result(std::make_shared<ResultState<T>>()) {}
+
+    Future<T> get_return_object() const { return Future<T>(result); }
+    std::suspend_never initial_suspend() const noexcept { return {}; }
+    void return_value(T value) noexcept {
+        outcome = room.hold([&] { return std::move(value); });
+    }
+    void unhandled_exception() noexcept { outcome = room.holdException(std::current_exception()); }
+
+    template <class Awaitable>
+    auto await_transform(Awaitable&& awaitable) {
+        return Suspension<decltype(awaiterOf(std::forward<Awaitable>(awaitable)))>{
+            awaiterOf(std::forward<Awaitable>(awaitable)), *this};
+    }
+
+    /// The end: the frame goes first, then the future is resolved. Not inlined, nor is any await_suspend() that goes on
+    /// when the coroutine may be gone: the compiler could put its variables into the frame.
+    struct End {
+        bool await_ready() const noexcept { return false; }
+        [[gnu::noinline]] void await_suspend(std::coroutine_handle<CoroutinePromise> coroutine) const noexcept {
+            CoroutinePromise& promise = coroutine.promise();
+            const std::shared_ptr<ResultState<T>> result = std::move(promise.result);
+            Outcome<T> outcome = std::move(promise.outcome);
+            std::unique_ptr<ChainLink>* const next = promise.next;
+            coroutine.destroy(); // and `this` with it
+            std::unique_ptr<ChainLink> due = publish<T>(result, std::move(outcome));
+            if (next)
+                *next = std::move(due);
+            else
+                runChain(std::move(due));
+        }
+        void await_resume() const noexcept {}
+    };
+    End final_suspend() const noexcept { return {}; }
+
+    /// From now on waits for `source`; cancels it if the coroutine's own future was cancelled.
+    template <class U>
+    void waitFor(const StatePtr<U>& source) {
+        if (!result->waitFor(upstreamOf(source)))
+            cancelState(source);
+    }
+
+private:
+    OutcomeRoom<T> room;
+    Outcome<T> outcome;
+    std::shared_ptr<ResultState<T>> result;
+};
+
+template <class T>
+class Awaiter {
+public:
+    explicit Awaiter(Future<T>& future) noexcept : future(future) {}
+
+    bool await_ready() const {
+        if (!future.valid())
+            return true;
+        const StatePtr<T>& state = FutureAccess::state(future);
+        const std::lock_guard<std::mutex> lock(state->mutex);
+        return state->status != FutureStatus::Pending;
+    }
+
+    template <class P>
+    [[gnu::noinline]] bool await_suspend(std::coroutine_handle<P> coroutine) {
+        constexpr bool ours = std::is_base_of_v<CoroutineBase, P>;
+        CoroutineBase* base = nullptr;
+        if constexpr (ours)
+            base = &coroutine.promise();
+        auto link = std::make_unique<LinkTo<T, Resume<T>>>(coroutine, future, base);
+        StatePtr<T> state = FutureAccess::take(std::move(future));
+        if constexpr (ours)
+            coroutine.promise().waitFor(state);
+        if (attach(state, link) == Attachment::Waiting)
+            return true; // the coroutine may have been resumed, and be gone, by now
+        future = Future<T>(std::move(state));
+        return false;
+    }
+
+    T await_resume() { return future.get(); }
+
+private:
+    // Invalid while the coroutine is suspended: the state owns the link, and must not be owned by the coroutine in
+    // turn.
+    Future<T>& future;
+};
+
+} // namespace detail
+
+/// Lets a coroutine go on with the reply. A function that returns a Future may be a coroutine, and any coroutine may
+/// await one:
+///
+///     Future<std::unique_ptr<Message>> order(std::unique_ptr<Message> message, std::shared_ptr<Context> context) {
+///         auto priced = co_await context->handle(std::move(message), Address("price"));
+///         co_return co_await context->handle(std::move(priced), Address("ship"));
+///     }
+///
+/// `co_await` gives what get() would give, or throws what get() would throw, without blocking: while the future is
+/// pending, the coroutine is suspended. It resumes on the thread that resolves or cancels the future, inside that call
+/// and with no lock held. A coroutine begins on its caller's thread; an exception that leaves it is what its future
+/// throws; its variables and parameters are destroyed before its future is resolved.
+///
+/// When a coroutine is suspended, its caller goes on, and the next line runs on another thread. Hold none of these
+/// across a co_await: a lock, or anything else that belongs to a thread; a reference to what the caller owns, such as
+/// the rvalue references that ServiceProvider::handle() gets (let it pass them on to a coroutine that takes them by
+/// value); `this`, unless the coroutine keeps its object alive.
+///
+/// Cancelling a coroutine's future cancels what the coroutine waits for, then and later, so that a co_await that would
+/// suspend throws "Future has been cancelled."; what the coroutine gives is ignored. A future whose state dies without
+/// having been resolved makes its co_await throw "Future state isn't valid!". A coroutine of another type than Future's
+/// may await futures too; cancelling it is that type's own affair, and it must not be destroyed while it is suspended.
+///
+/// Calling a coroutine throws std::bad_alloc if there is no memory for its frame and its outcome; a co_await that
+/// suspends allocates once and may throw std::bad_alloc into the coroutine, which still has the future then.
+template <class T>
+detail::Awaiter<T> operator co_await(Future<T>& future) noexcept {
+    return detail::Awaiter<T>(future);
+}
+template <class T>
+detail::Awaiter<T> operator co_await(Future<T>&& future) noexcept {
+    return detail::Awaiter<T>(future);
+}
+
+} // namespace connector
+
+template <class T, class... Args>
+struct std::coroutine_traits<connector::Future<T>, Args...> {
+    using promise_type = connector::detail::CoroutinePromise<T>;
+};
+
+#endif

@@ -1,0 +1,82 @@
+#pragma once
+
+#include <connector/async/detail/ResultState.h>
+
+#include <exception>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+#include <utility>
+
+namespace connector {
+
+/// The producer's handle for a reply that comes later. A provider keeps the promise, returns its future(), and resolves
+/// the promise once, on any thread:
+///
+///     Promise<std::unique_ptr<Message>> promise;
+///     auto reply = promise.future();
+///     worker.post([promise = std::move(promise)]() mutable { promise.setValue(answer()); });
+///     return reply;
+///
+/// A promise that dies, or is assigned to, before it was resolved fails its future with std::runtime_error ("Promise
+/// destroyed before it was resolved."), so that nobody waits for an answer that can't come any more; if there is no
+/// memory for that, it cancels the future.
+///
+/// Ownership: move-only; shares the state with its futures. Threads: one thread uses a promise at a time; its futures
+/// may be used on others. A continuation runs on the thread that resolves the promise, inside that call, and may
+/// destroy the promise. Every operation of a moved-from promise throws std::runtime_error ("Promise state isn't
+/// valid!").
+template <class T>
+class Promise {
+public:
+    /// An unresolved promise. Throws std::bad_alloc.
+    Promise() : state(std::make_shared<detail::SharedFutureState<T>>()) {}
+    Promise(Promise&&) noexcept = default;
+    Promise& operator=(Promise&& other) noexcept {
+        Promise dropped(std::move(other));
+        std::swap(state, dropped.state);
+        return *this;
+    }
+    ~Promise() { drop(); }
+
+    /// A future for the reply. Futures of one promise share its one reply: whoever asks first gets it.
+    Future<T> future() const { return Future<T>(valid()); }
+
+    /// Resolves with `value`. Throws std::runtime_error ("Promise already resolved.") and std::bad_alloc; in these
+    /// cases, and when the future was cancelled, `value` is still the caller's.
+    void setValue(T&& value) { detail::StatePtr<T>(valid())->setValue(std::move(value)); }
+
+    /// Resolves with `exception`, which the consumer's get() throws. Throws as setValue().
+    void setException(const std::exception_ptr& exception) { detail::StatePtr<T>(valid())->setException(exception); }
+
+    /// Whether the consumer cancelled the future. Nobody waits for the answer then, and resolving does nothing. Takes
+    /// the state's mutex.
+    bool cancelled() const { return status(*valid()) == detail::FutureStatus::Cancelled; }
+
+private:
+    const detail::StatePtr<T>& valid() const {
+        if (!state)
+            throw std::runtime_error("Promise state isn't valid!");
+        return state;
+    }
+
+    static detail::FutureStatus status(detail::SharedFutureState<T>& state) {
+        const std::lock_guard<std::mutex> lock(state.mutex);
+        return state.status;
+    }
+
+    void drop() noexcept {
+        if (!state || status(*state) != detail::FutureStatus::Pending)
+            return;
+        try {
+            state->setException(
+                std::make_exception_ptr(std::runtime_error("Promise destroyed before it was resolved.")));
+        } catch (...) {
+            detail::cancelState(state);
+        }
+    }
+
+    detail::StatePtr<T> state;
+};
+
+} // namespace connector

@@ -1,0 +1,28 @@
+#include <connector/context/ContextData.h>
+
+#include <cstddef>
+#include <utility>
+
+namespace connector {
+
+boost::any ContextData::get(const std::string& key) const {
+    const boost::any* value = find(key);
+    return value ? *value : boost::any();
+}
+
+// The value is moved in: a copy could throw after the key has been inserted.
+void ContextData::set(const std::string& key, boost::any value) {
+    values[key] = std::move(value);
+}
+
+boost::any ContextData::erase(const std::string& key) {
+    const std::size_t removed = values.erase(key);
+    return removed;
+}
+
+const boost::any* ContextData::find(const std::string& key) const {
+    const auto found = values.find(key);
+    return found == values.end() ? nullptr : &found->second;
+}
+
+} // namespace connector

@@ -1,0 +1,167 @@
+#include <connector/api/ServiceNameHash.h>
+#include <connector/core/ConnectorImpl2.h>
+#include <connector/core/internal/ProcessContext.h>
+#include <connector/core/internal/ProviderLifecycle.h>
+#include <connector/core/internal/RegistryGate.h>
+#include <connector/diagnostics/internal/FrameworkLogger.h>
+
+#include <exception>
+#include <stdexcept>
+#include <utility>
+
+namespace connector {
+
+using internal::RegistryGate;
+using Reply = std::unique_ptr<Message>;
+
+namespace {
+
+[[gnu::cold, gnu::noinline]] Future<Reply> refusal(const std::string& text) {
+    return makeExceptionalFuture<Reply>(std::invalid_argument(text));
+}
+
+// Takes a segment that nobody serves off the address. Returns why the message can't be delivered then, or an empty text
+// if the segment is optional. Not in line, to keep what logging needs away from the way to a provider.
+[[gnu::noinline]] std::string passOver(Address& address, RegistryGate& gate) {
+    const RegistryGate::Callbacks logSinks(gate);
+    const std::string segment = address.pop();
+    if (segment.empty() || segment.front() != '?') {
+        std::string text =
+            "Message not delivered: service '" + segment + "' not found, remainder of address: " + address.toString();
+        FRAMEWORK_LOG(error) << text;
+        return text;
+    }
+    FRAMEWORK_LOG(chatter) << "Skipping optional service '" << segment << "'";
+    return {};
+}
+
+} // namespace
+
+ConnectorImpl2::ConnectorImpl2(const std::string& name)
+    : name(name), gate(std::make_unique<RegistryGate>(registryMutex)) {}
+
+ConnectorImpl2::~ConnectorImpl2() {
+    const RegistryGate::ExclusiveHold hold(*gate);
+    // Out of the table before any of them dies: a provider's destructor may look at it.
+    const auto dropped = std::move(providers);
+    providers.clear();
+}
+
+std::string ConnectorImpl2::getName() const {
+    return name;
+}
+
+void ConnectorImpl2::start() {
+    const RegistryGate::SharedHold hold(*gate);
+    const RegistryGate::Callbacks callbacks(*gate);
+    for (const auto& entry : providers)
+        internal::startProvider(*entry.second);
+    running.exchange(true);
+}
+
+void ConnectorImpl2::stop() {
+    running.exchange(false);
+    const RegistryGate::SharedHold hold(*gate);
+    const RegistryGate::Callbacks callbacks(*gate);
+    for (const auto& entry : providers)
+        internal::stopProvider(*entry.second);
+}
+
+void ConnectorImpl2::addServiceProvider(const std::string& serviceName, std::shared_ptr<ServiceProvider> provider) {
+    FRAMEWORK_LOG(chatter) << "Adding service provider: " << serviceName;
+    internal::requireProvider(provider);
+    const std::uint64_t hash = serviceNameHash(serviceName);
+    {
+        const RegistryGate::ExclusiveHold hold(*gate);
+        const auto [named, added] = names.try_emplace(hash, serviceName);
+        if (!added) {
+            const std::string text = "Service with name " + serviceName + " already registered (or hash collision).";
+            FRAMEWORK_LOG(error) << text;
+            throw std::runtime_error(text);
+        }
+        try {
+            providers.emplace(hash, provider);
+        } catch (...) {
+            names.erase(named);
+            throw;
+        }
+    }
+    internal::matchProvider(*provider, running);
+}
+
+void ConnectorImpl2::removeServiceProvider(const std::string& serviceName) {
+    const std::uint64_t hash = serviceNameHash(serviceName);
+    const RegistryGate::ExclusiveHold hold(*gate);
+    if (const auto found = providers.find(hash); found != providers.end()) {
+        internal::stopProvider(*found->second);
+        names.erase(hash);
+        // Out of the table before it dies: its destructor may look at it.
+        const auto dropped = providers.extract(found);
+    }
+    FRAMEWORK_LOG(chatter) << "Removed service provider: " << serviceName;
+}
+
+std::set<std::string> ConnectorImpl2::listServiceProviders() {
+    std::set<std::string> listed;
+    const RegistryGate::SharedHold hold(*gate);
+    for (const auto& entry : names)
+        listed.insert(entry.second);
+    return listed;
+}
+
+Future<Reply> ConnectorImpl2::handle(std::unique_ptr<Message>&& message, Address&& address,
+                                     std::shared_ptr<Context>&& context) {
+    std::shared_ptr<ServiceProvider> provider;
+    std::uint64_t hash = 0;
+    {
+        const RegistryGate::SharedHold hold(*gate);
+        while (!provider) {
+            if (address.empty())
+                return refusal("No service specified. Address can't be empty.");
+            hash = address.peekHash();
+            if (const auto found = providers.find(hash); found != providers.end()) {
+                address.popHash();
+                provider = found->second;
+            } else if (const std::string failure = passOver(address, *gate); !failure.empty()) {
+                return refusal(failure);
+            }
+        }
+    }
+    try {
+        return provider->handle(std::move(message), std::move(address), std::move(context));
+    } catch (const std::exception& exception) {
+        FRAMEWORK_LOG(warning) << "Propogating exception received from service '" << registeredName(hash)
+                               << "': " << exception.what();
+        return makeExceptionalFuture<Reply>();
+    } catch (...) {
+        FRAMEWORK_LOG(warning) << "Propogating exception received from service '" << registeredName(hash) << "'";
+        return makeExceptionalFuture<Reply>();
+    }
+}
+
+std::string ConnectorImpl2::registeredName(std::uint64_t hash) {
+    const RegistryGate::SharedHold hold(*gate);
+    const auto found = names.find(hash);
+    return found == names.end() ? std::string() : found->second;
+}
+
+std::shared_ptr<Context> ConnectorImpl2::newContext() {
+    RegistryGate::UpgradeableHold hold(*gate);
+    if (!processContext) {
+        const RegistryGate::UpgradeableHold::Upgrade upgrade(hold);
+        processContext = internal::makeProcessContext(*this);
+    }
+    return processContext->newSharedSession();
+}
+
+std::shared_ptr<Context> ConnectorImpl2::setProcessContext(std::shared_ptr<Context> context) {
+    const RegistryGate::ExclusiveHold hold(*gate);
+    processContext.swap(context);
+    return context;
+}
+
+std::shared_ptr<Connector> ConnectorImpl2::getPtr() {
+    return shared_from_this();
+}
+
+} // namespace connector

@@ -1,0 +1,79 @@
+#include <connector/core/internal/ProcessContext.h>
+#include <connector/core/internal/ProviderLifecycle.h>
+#include <connector/exchange/ConnectorImpl.h>
+#include <connector/exchange/internal/ErrorMessage.h>
+#include <connector/exchange/internal/WrapperMessage.h>
+#include <connector/exchange/internal/WrapperQueue.h>
+#include <foundation/msg_svc/exchange/DefaultExchange.h>
+
+#include <boost/smart_ptr/make_shared.hpp>
+
+#include <stdexcept>
+#include <utility>
+
+namespace connector {
+
+namespace exchange = foundation::msg_svc::exchange;
+using Reply = std::unique_ptr<Message>;
+
+ConnectorImpl::ConnectorImpl()
+    : exchangeApi(exchange::ExchangeApi::instance()), defaultExchange(exchange::ExchangeApi::defaultInstance()) {}
+
+ConnectorImpl::~ConnectorImpl() = default;
+
+std::string ConnectorImpl::getName() const {
+    return exchangeApi->getExchangeName();
+}
+
+void ConnectorImpl::start() {
+    running.exchange(true);
+}
+
+void ConnectorImpl::stop() {
+    running.exchange(false);
+}
+
+void ConnectorImpl::addServiceProvider(const std::string& name, std::shared_ptr<ServiceProvider> provider) {
+    internal::requireProvider(provider);
+    internal::matchProvider(*provider, running);
+    exchangeApi->addQueue(name, boost::make_shared<WrapperQueue>(provider, defaultExchange));
+}
+
+void ConnectorImpl::removeServiceProvider(const std::string& name) {
+    exchangeApi->removeQueue(name);
+}
+
+std::set<std::string> ConnectorImpl::listServiceProviders() {
+    throw std::runtime_error("Listing service providers isn't supported by this implementation.");
+}
+
+Future<Reply> ConnectorImpl::handle(std::unique_ptr<Message>&& message, Address&& address,
+                                    std::shared_ptr<Context>&& context) {
+    const std::string service = address.pop();
+    if (service.empty())
+        return makeExceptionalFuture<Reply>(std::invalid_argument("Address can't be empty."));
+    const auto request = boost::make_shared<WrapperMessage>(std::move(message), std::move(address), std::move(context));
+    const auto reply = exchangeApi->submitWithReply(request, exchange::Address(getName(), service)).get();
+    if (const auto* answer = dynamic_cast<const WrapperMessage*>(reply.get()))
+        return makeReadyFuture(answer->takeMessage());
+    if (const auto* error = dynamic_cast<const ErrorMessage*>(reply.get()))
+        return makeExceptionalFuture<Reply>(std::runtime_error(error->getText()));
+    return makeExceptionalFuture<Reply>(std::runtime_error("Unknown error!"));
+}
+
+std::shared_ptr<Context> ConnectorImpl::newContext() {
+    if (!processContext)
+        processContext = internal::makeProcessContext(*this);
+    return processContext->newSharedSession();
+}
+
+std::shared_ptr<Context> ConnectorImpl::setProcessContext(std::shared_ptr<Context> context) {
+    processContext.swap(context);
+    return context;
+}
+
+std::shared_ptr<Connector> ConnectorImpl::getPtr() {
+    return shared_from_this();
+}
+
+} // namespace connector

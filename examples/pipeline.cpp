@@ -1,0 +1,161 @@
+// Three services in a row, without a thread that waits for each of them: with then(), and as a coroutine. And one
+// service that doesn't answer.
+
+#include <connector/async/Cancel.h>
+#include <connector/async/Coroutine.h>
+#include <connector/async/Promise.h>
+#include <connector/async/Then.h>
+#include <connector/async/TimeLimit.h>
+#include <connector/core/ConnectorImpl2.h>
+
+#include <condition_variable>
+#include <deque>
+#include <future>
+#include <iostream>
+#include <mutex>
+#include <stdexcept>
+#include <thread>
+
+using namespace connector;
+using MessagePtr = std::unique_ptr<Message>;
+
+struct Text : Message {
+    explicit Text(std::string text) : text(std::move(text)) {}
+    std::string text;
+};
+
+MessagePtr text(std::string text) {
+    return std::make_unique<Text>(std::move(text));
+}
+
+std::string& textOf(const MessagePtr& message) {
+    return dynamic_cast<Text&>(*message).text;
+}
+
+/// A thread that does what it is given, in that order, and does it all before it dies.
+class Worker {
+public:
+    Worker() : thread([this] { run(); }) {}
+    ~Worker() {
+        post(std::packaged_task<void()>());
+        thread.join();
+    }
+
+    void post(std::packaged_task<void()> task) {
+        const std::lock_guard<std::mutex> lock(mutex);
+        tasks.push_back(std::move(task));
+        changed.notify_one();
+    }
+
+private:
+    void run() {
+        for (;;) {
+            std::unique_lock<std::mutex> lock(mutex);
+            changed.wait(lock, [this] { return !tasks.empty(); });
+            std::packaged_task<void()> task = std::move(tasks.front());
+            tasks.pop_front();
+            lock.unlock();
+            if (!task.valid())
+                return;
+            task();
+        }
+    }
+
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::deque<std::packaged_task<void()>> tasks;
+    std::thread thread;
+};
+
+/// Answers later, on the worker: marks the text with what it did. Refuses a text that has none.
+class Desk : public ServiceProvider {
+public:
+    Desk(Worker& worker, std::string mark) : worker(worker), mark(std::move(mark)) {}
+
+    Future<MessagePtr> handle(MessagePtr&& message, Address&&, std::shared_ptr<Context>&&) override {
+        Promise<MessagePtr> promise;
+        Future<MessagePtr> reply = promise.future();
+        worker.post(std::packaged_task<void()>(
+            [promise = std::move(promise), message = std::move(message), mark = mark]() mutable {
+                std::string& text = textOf(message);
+                if (text.empty()) {
+                    promise.setException(std::make_exception_ptr(std::invalid_argument("nothing to be " + mark)));
+                } else {
+                    text += ", " + mark;
+                    promise.setValue(std::move(message));
+                }
+            }));
+        return reply;
+    }
+
+private:
+    Worker& worker;
+    const std::string mark;
+};
+
+/// Takes an order through the three desks, as a coroutine. What handle() gets are references to what its caller owns,
+/// so it passes them on by value.
+class Office : public ServiceProvider {
+public:
+    Future<MessagePtr> handle(MessagePtr&& message, Address&&, std::shared_ptr<Context>&& context) override {
+        return process(std::move(message), std::move(context));
+    }
+
+private:
+    static Future<MessagePtr> process(MessagePtr order, std::shared_ptr<Context> context) {
+        order = co_await context->handle(std::move(order), Address("check"));
+        order = co_await context->handle(std::move(order), Address("price"));
+        co_return co_await context->handle(std::move(order), Address("ship"));
+    }
+};
+
+/// Never answers; says what becomes of that.
+class Oracle : public ServiceProvider {
+public:
+    Future<MessagePtr> handle(MessagePtr&&, Address&&, std::shared_ptr<Context>&&) override { return promise.future(); }
+    bool cancelled() const { return promise.cancelled(); }
+
+private:
+    Promise<MessagePtr> promise;
+};
+
+/// The same with then(): each function sends on what the desk before it gave.
+Future<MessagePtr> process(MessagePtr order, const std::shared_ptr<Context>& context) {
+    auto checked = context->handle(std::move(order), Address("check"));
+    auto priced = then(std::move(checked),
+                       [context](Future<MessagePtr> reply) { return context->handle(reply.get(), Address("price")); });
+    return then(std::move(priced),
+                [context](Future<MessagePtr> reply) { return context->handle(reply.get(), Address("ship")); });
+}
+
+std::string outcome(Future<MessagePtr> reply) {
+    try {
+        return textOf(reply.get());
+    } catch (const std::invalid_argument& error) {
+        return std::string("failed: ") + error.what();
+    }
+}
+
+int main() {
+    Worker worker;
+    const auto oracle = std::make_shared<Oracle>();
+    const auto host = std::make_shared<ConnectorImpl2>();
+    host->addServiceProvider("check", std::make_shared<Desk>(worker, "checked"));
+    host->addServiceProvider("price", std::make_shared<Desk>(worker, "priced"));
+    host->addServiceProvider("ship", std::make_shared<Desk>(worker, "shipped"));
+    host->addServiceProvider("order", std::make_shared<Office>());
+    host->addServiceProvider("oracle", oracle);
+    const auto context = host->newContext();
+
+    std::cout << "then:      " << outcome(process(text("ten books"), context)) << '\n';
+    std::cout << "then:      " << outcome(process(text(""), context)) << '\n';
+    std::cout << "coroutine: " << outcome(context->handle(text("six cups"), Address("order"))) << '\n';
+    std::cout << "coroutine: " << outcome(context->handle(text(""), Address("order"))) << '\n';
+
+    auto reply = context->handle(text("which horse?"), Address("oracle"));
+    if (!getFor(reply, std::chrono::milliseconds(10))) {
+        std::cout << "oracle:    no answer in time\n";
+        cancel(reply);
+    }
+    std::cout << "oracle:    " << (oracle->cancelled() ? "knows that nobody waits" : "still thinks") << '\n';
+}

@@ -1,0 +1,235 @@
+#include "Services.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <numeric>
+#include <ostream>
+#include <sstream>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+namespace switchboard {
+namespace {
+
+using connector::Address;
+using connector::Context;
+using connector::ContextScope;
+using connector::Message;
+using connector::ServiceProvider;
+
+std::string& textOf(const std::unique_ptr<Message>& message) {
+    return dynamic_cast<Text&>(*message).text;
+}
+
+Reply answer(std::string text) {
+    return connector::makeReadyFuture<std::unique_ptr<Message>>(std::make_unique<Text>(std::move(text)));
+}
+
+[[noreturn]] void refuseOperation(const std::string& service, const std::string& operation) {
+    throw std::invalid_argument("the " + service + " service has no operation '" + operation + "'");
+}
+
+std::vector<std::string> wordsOf(const std::string& text) {
+    std::istringstream stream(text);
+    std::vector<std::string> words;
+    for (std::string word; stream >> word;)
+        words.push_back(word);
+    return words;
+}
+
+class TextService : public ServiceProvider {
+    Reply handle(std::unique_ptr<Message>&& message, Address&& address, std::shared_ptr<Context>&&) override {
+        const std::string operation = address.pop();
+        std::string text = textOf(message);
+        const auto map = [&text](int (*function)(int)) {
+            std::transform(text.begin(), text.end(), text.begin(),
+                           [function](unsigned char character) { return static_cast<char>(function(character)); });
+        };
+        if (operation == "upper")
+            map(std::toupper);
+        else if (operation == "lower")
+            map(std::tolower);
+        else if (operation == "reverse")
+            std::reverse(text.begin(), text.end());
+        else if (operation == "words")
+            text = std::to_string(wordsOf(text).size());
+        else
+            refuseOperation("text", operation);
+        return answer(std::move(text));
+    }
+};
+
+class MathService : public ServiceProvider {
+    Reply handle(std::unique_ptr<Message>&& message, Address&& address, std::shared_ptr<Context>&&) override {
+        const std::string operation = address.pop();
+        if (operation != "sum")
+            refuseOperation("math", operation);
+        const std::vector<std::string> words = wordsOf(textOf(message));
+        std::ostringstream sum;
+        sum << std::accumulate(words.begin(), words.end(), 0.0,
+                               [](double left, const std::string& word) { return left + numberOf(word); });
+        return answer(sum.str());
+    }
+
+    static double numberOf(const std::string& word) {
+        std::istringstream stream(word);
+        double number = 0;
+        if (!(stream >> number) || stream.peek() != std::istringstream::traits_type::eof())
+            throw std::invalid_argument("'" + word + "' is not a number");
+        return number;
+    }
+};
+
+/// Has a thread from start() to stop(). The reply goes to the caller as a future that this thread resolves later.
+class LaterService : public ServiceProvider {
+public:
+    // A connector that dies, or that goes through an exchange, stops nobody.
+    ~LaterService() override { finish(); }
+
+private:
+    using State = connector::detail::SharedFutureState<std::unique_ptr<Message>>;
+
+    struct Job {
+        std::shared_ptr<State> state;
+        std::unique_ptr<Message> message;
+    };
+
+    void start() override {
+        {
+            const std::lock_guard<std::mutex> lock(mutex);
+            accepting = true;
+        }
+        worker = std::thread([this] { work(); });
+    }
+
+    void stop() override { finish(); }
+
+    Reply handle(std::unique_ptr<Message>&& message, Address&&, std::shared_ptr<Context>&&) override {
+        const auto state = std::make_shared<State>();
+        {
+            const std::lock_guard<std::mutex> lock(mutex);
+            if (!accepting)
+                throw std::runtime_error("the later service is not running");
+            jobs.push_back({state, std::move(message)});
+        }
+        changed.notify_one();
+        return Reply(state);
+    }
+
+    void work() {
+        std::unique_lock<std::mutex> lock(mutex);
+        for (;;) {
+            changed.wait(lock, [this] { return !jobs.empty() || !accepting; });
+            if (jobs.empty())
+                return;
+            const Job job = std::move(jobs.front());
+            jobs.pop_front();
+            lock.unlock();
+            job.state->setValue(std::make_unique<Text>(textOf(job.message) + ", a moment later"));
+            lock.lock();
+        }
+    }
+
+    // What was accepted is still answered.
+    void finish() {
+        {
+            const std::lock_guard<std::mutex> lock(mutex);
+            accepting = false;
+        }
+        changed.notify_all();
+        if (worker.joinable())
+            worker.join();
+    }
+
+    std::thread worker;
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::deque<Job> jobs;   // guarded by mutex
+    bool accepting = false; // guarded by mutex
+};
+
+class FailService : public ServiceProvider {
+    Reply handle(std::unique_ptr<Message>&& message, Address&& address, std::shared_ptr<Context>&&) override {
+        if (address.pop() == "int")
+            throw 7;
+        throw std::runtime_error(textOf(message));
+    }
+};
+
+class StoreService : public ServiceProvider {
+    Reply handle(std::unique_ptr<Message>&& message, Address&& address, std::shared_ptr<Context>&& context) override {
+        if (!context)
+            throw std::invalid_argument("the store service needs a context");
+        const std::string operation = address.pop();
+        const std::string first = address.pop();
+        const bool everywhere = address.empty();
+        const std::string key = everywhere ? first : address.pop();
+        const ContextScope scope = everywhere ? ContextScope::Local : scopeOf(first);
+        if (operation == "set" && !everywhere) {
+            context->set(key, textOf(message), scope);
+            return answer("set");
+        }
+        if (operation == "get") {
+            const boost::any value = everywhere ? context->get(key) : context->get(key, scope);
+            return answer(value.empty() ? "(nothing)" : boost::any_cast<std::string>(value));
+        }
+        if (operation == "erase") {
+            const boost::any removed = everywhere ? context->erase(key) : context->erase(key, scope);
+            return answer(removed.empty() ? "erased"
+                                          : std::to_string(boost::any_cast<std::size_t>(removed)) + " erased");
+        }
+        refuseOperation("store", operation);
+    }
+
+    static ContextScope scopeOf(const std::string& name) {
+        constexpr std::array<const char*, 5> names = {"process", "sharedsession", "session", "request", "local"};
+        const auto found = std::find(names.begin(), names.end(), name);
+        if (found == names.end())
+            throw std::invalid_argument("there is no scope '" + name + "'");
+        return static_cast<ContextScope>(found - names.begin());
+    }
+};
+
+/// An interceptor: whoever puts "?audit" in front of an address is audited when the service is there, and not hindered
+/// when it isn't.
+class AuditService : public ServiceProvider {
+public:
+    explicit AuditService(std::ostream& out) : out(out) {}
+
+private:
+    Reply handle(std::unique_ptr<Message>&& message, Address&& address, std::shared_ptr<Context>&& context) override {
+        if (!context)
+            throw std::invalid_argument("the audit service needs a context to send on through");
+        out << "   audit: message " << ++passed << " goes to " << address.toString() << '\n';
+        return context->handle(std::move(message), std::move(address));
+    }
+
+    std::ostream& out;
+    std::atomic<int> passed{0};
+};
+
+} // namespace
+
+std::shared_ptr<ServiceProvider> makeService(const std::string& kind, std::ostream& out) {
+    if (kind == "text")
+        return std::make_shared<TextService>();
+    if (kind == "math")
+        return std::make_shared<MathService>();
+    if (kind == "later")
+        return std::make_shared<LaterService>();
+    if (kind == "fail")
+        return std::make_shared<FailService>();
+    if (kind == "store")
+        return std::make_shared<StoreService>();
+    if (kind == "audit")
+        return std::make_shared<AuditService>(out);
+    return nullptr;
+}
+
+} // namespace switchboard

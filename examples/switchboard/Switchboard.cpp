@@ -1,0 +1,120 @@
+#include "Services.h"
+#include "Switchboard.h"
+
+#include <ostream>
+#include <stdexcept>
+#include <utility>
+
+namespace switchboard {
+namespace {
+
+using connector::Address;
+
+/// The text before the first blank and the text behind it, and whether there was one.
+struct Split {
+    std::string head, tail;
+    bool split;
+};
+
+Split splitAtBlank(const std::string& text) {
+    const std::size_t blank = text.find(' ');
+    if (blank == std::string::npos)
+        return {text, "", false};
+    return {text.substr(0, blank), text.substr(blank + 1), true};
+}
+
+} // namespace
+
+Switchboard::Switchboard(std::shared_ptr<connector::Connector> connector, std::ostream& out)
+    : connector(std::move(connector)), out(out) {
+    enterSession("default");
+}
+
+Switchboard::~Switchboard() {
+    for (const std::string& name : added)
+        connector->removeServiceProvider(name);
+}
+
+void Switchboard::run(const std::string& line) {
+    if (line.empty() || line.front() == '#') {
+        out << line << '\n';
+        return;
+    }
+    const auto [head, tail, split] = splitAtBlank(line);
+    const bool command = line.front() == '+' || line.front() == '-' || line == "list" || line == "stop" ||
+                         line == "start" || head == "session";
+    if (command)
+        out << "   " << line << '\n';
+    if (line.front() == '+')
+        add(line.substr(1));
+    else if (line.front() == '-')
+        remove(line.substr(1));
+    else if (line == "list")
+        list();
+    else if (line == "stop")
+        connector->stop();
+    else if (line == "start")
+        connector->start();
+    else if (head == "session")
+        enterSession(tail);
+    else if (split)
+        request(head, tail);
+    else
+        throw std::invalid_argument("expected ADDRESS<blank>TEXT, got '" + line + "'");
+}
+
+void Switchboard::add(const std::string& arguments) {
+    const auto [name, given, split] = splitAtBlank(arguments);
+    const std::string kind = split ? given : name.substr(!name.empty() && name.front() == '?');
+    const auto service = makeService(kind, out);
+    if (!service)
+        throw std::invalid_argument("there is no kind of service '" + kind + "'");
+    connector->addServiceProvider(name, service);
+    added.insert(name);
+}
+
+void Switchboard::remove(const std::string& name) {
+    connector->removeServiceProvider(name);
+    added.erase(name);
+}
+
+void Switchboard::list() {
+    const std::set<std::string> names = connector->listServiceProviders();
+    out << "  ";
+    for (const std::string& name : names)
+        out << ' ' << name;
+    out << '\n';
+}
+
+void Switchboard::enterSession(const std::string& name) {
+    if (name.empty())
+        throw std::invalid_argument("expected session<blank>NAME");
+    std::shared_ptr<connector::Context>& named = sessions[name];
+    if (!named)
+        named = connector->newContext()->newSession();
+    session = named;
+}
+
+void Switchboard::request(const std::string& address, const std::string& text) {
+    ++sent;
+    const std::string shown = address + ' ' + text;
+    const auto failure = [&](const std::string& what) {
+        ++failed;
+        out << shown << "  !!  " << what << '\n';
+    };
+    try {
+        auto reply = session->newRequest()->handle(std::make_unique<Text>(text), Address(address));
+        const auto message = reply.get();
+        out << shown << "  ->  " << dynamic_cast<const Text&>(*message).text << '\n';
+    } catch (const std::invalid_argument& exception) {
+        failure(std::string("invalid_argument: ") + exception.what());
+    } catch (const std::runtime_error& exception) {
+        failure(std::string("runtime_error: ") + exception.what());
+    } catch (const std::exception& exception) {
+        failure(exception.what());
+    } catch (...) {
+        failure("something that is not an exception");
+    }
+}
+
+} // namespace switchboard

@@ -1,0 +1,10 @@
+#pragma once
+
+/// What the library exports carries FL_EXPORT; everything else is hidden. Its build defines FL_BUILDING.
+#if !defined(_WIN32)
+#define FL_EXPORT __attribute__((visibility("default")))
+#elif defined(FL_BUILDING)
+#define FL_EXPORT __declspec(dllexport)
+#else
+#define FL_EXPORT __declspec(dllimport)
+#endif

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <fl/Export.h>
+#include <fl/except/IException.h>
+
+namespace fl::except {
+
+/// An exception that tells of a fault in the program itself, not in what it was given.
+class FL_EXPORT IInternalException : public IException {
+public:
+    ~IInternalException() override;
+};
+
+} // namespace fl::except

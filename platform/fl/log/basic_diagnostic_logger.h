@@ -1,0 +1,59 @@
+#pragma once
+
+#include <fl/log/detail/channel_mask.h>
+#include <fl/log/severity_mask.h>
+
+#include <boost/log/detail/light_rw_mutex.hpp>
+#include <boost/log/keywords/channel.hpp>
+#include <boost/log/sources/basic_logger.hpp>
+#include <boost/log/sources/channel_feature.hpp>
+#include <boost/log/sources/features.hpp>
+#include <boost/log/sources/record_ostream.hpp>
+#include <boost/log/sources/severity_feature.hpp>
+#include <boost/log/sources/threading_models.hpp>
+#include <boost/log/utility/strictest_lock.hpp>
+
+#include <cstdint>
+#include <string>
+
+namespace fl::log {
+
+/// A Boost.Log logger for diagnostics, extended by a mask of the severities that are wanted. Its records carry the
+/// attributes "Channel" (std::string) and "Severity" (std::uint32_t, one bit). Write through FL_LOG.
+///
+/// Threads: any number at a time. Opening a record takes the logger's lock exclusively; formatting it and handing it to
+/// the sinks happens outside that lock. Sinks run on the thread that logs. When the process ends, logging ends first:
+/// what a thread that still runs then, or the destructor of a global, logs is not written.
+template <class CharT>
+class basic_diagnostic_logger : public boost::log::sources::basic_composite_logger<
+                                    CharT, basic_diagnostic_logger<CharT>,
+                                    boost::log::sources::multi_thread_model<boost::log::aux::light_rw_mutex>,
+                                    boost::log::sources::features<boost::log::sources::severity<std::uint32_t>,
+                                                                  boost::log::sources::channel<std::string>>> {
+public:
+    explicit basic_diagnostic_logger(const std::string& channel)
+        : basic_diagnostic_logger::logger_base(boost::log::keywords::channel = channel), enabledSeverityMask(channel) {}
+    basic_diagnostic_logger(const basic_diagnostic_logger&) = delete;
+    basic_diagnostic_logger& operator=(const basic_diagnostic_logger&) = delete;
+
+    /// Whether records of `severity` are wanted. One relaxed load and a bit test.
+    bool enabled(std::uint32_t severity) const noexcept { return enabledSeverityMask.test(severity); }
+
+    /// Begins a statement, for FL_LOG.
+    detail::statement begin(std::uint32_t severity) const noexcept { return {enabledSeverityMask, severity}; }
+
+private:
+    detail::channel_mask enabledSeverityMask;
+};
+
+} // namespace fl::log
+
+/// Writes one record: FL_LOG(logger, severity) << piece << piece;
+///
+/// A severity that is masked out costs one load and a bit test; then, and when Boost.Log's core is disabled or its
+/// filter refuses the record, no piece is evaluated. Nothing is caught: what a piece, a filter or a sink throws passes
+/// on, and a record whose formatting it interrupted is not written.
+#define FL_LOG(logger, severity)                                                                                       \
+    if (const auto flStatement = (logger).begin(severity); !flStatement) {                                             \
+    } else                                                                                                             \
+        BOOST_LOG_SEV(logger, severity)

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <string>
+#include <utility>
+
+namespace foundation::msg_svc::exchange {
+
+/// Where a message goes: the name of an exchange and the name of a queue on it. A value type.
+class Address {
+public:
+    Address(std::string exchangeName, std::string queueName)
+        : exchangeName(std::move(exchangeName)), queueName(std::move(queueName)) {}
+
+    const std::string& getExchangeName() const noexcept { return exchangeName; }
+    const std::string& getQueueName() const noexcept { return queueName; }
+
+private:
+    std::string exchangeName;
+    std::string queueName;
+};
+
+} // namespace foundation::msg_svc::exchange

@@ -1,0 +1,93 @@
+#include <foundation/msg_svc/exchange/DefaultExchange.h>
+#include <foundation/msg_svc/exchange/Envelope.h>
+
+#include <boost/exception_ptr.hpp>
+#include <boost/smart_ptr/make_shared.hpp>
+
+#include <exception>
+#include <mutex>
+#include <stdexcept>
+#include <utility>
+
+namespace foundation::msg_svc::exchange {
+namespace {
+
+/// An exception in the form in which a boost::promise takes one, rethrown as it was. boost::current_exception() knows
+/// some standard types only and cuts what derives from them down to those.
+class CarriedException : public boost::exception_detail::clone_base {
+public:
+    explicit CarriedException(std::exception_ptr exception) : exception(std::move(exception)) {}
+
+private:
+    const clone_base* clone() const override { return new CarriedException(*this); }
+    void rethrow() const override { std::rethrow_exception(exception); }
+
+    const std::exception_ptr exception;
+};
+
+} // namespace
+
+DefaultExchange::DefaultExchange(std::string name) : name(std::move(name)) {}
+
+DefaultExchange::~DefaultExchange() = default;
+
+const std::string& DefaultExchange::getExchangeName() const {
+    return name;
+}
+
+void DefaultExchange::addQueue(const std::string& queueName, boost::shared_ptr<MessageQueue> queue) {
+    if (queueName.empty())
+        throw std::invalid_argument("Queue name can't be empty.");
+    if (!queue)
+        throw std::invalid_argument("Queue can't be empty.");
+    // `queue` keeps its reference, so that no queue dies under the lock if the table can't grow.
+    Queues added{{queueName, queue}};
+    {
+        const std::unique_lock<std::shared_mutex> lock(queuesMutex);
+        queues.merge(added);
+    }
+    if (!added.empty())
+        throw std::runtime_error("Queue '" + queueName + "' already registered.");
+}
+
+void DefaultExchange::removeQueue(const std::string& queueName) {
+    Queues::node_type removed;
+    {
+        const std::unique_lock<std::shared_mutex> lock(queuesMutex);
+        removed = queues.extract(queueName);
+    }
+    if (removed)
+        removed.mapped()->queueRemoved();
+}
+
+boost::unique_future<boost::shared_ptr<const Reply>>
+DefaultExchange::submitWithReply(const boost::shared_ptr<const Message>& message, const Address& address) {
+    const auto promise = boost::make_shared<Routing::Promise>();
+    auto future = promise->get_future();
+    try {
+        deliver(Envelope(message, address, Routing(promise)));
+    } catch (...) {
+        const boost::exception_ptr thrown(boost::make_shared<CarriedException>(std::current_exception()));
+        try {
+            promise->set_exception(thrown);
+        } catch (const boost::promise_already_satisfied&) {
+            // A reply was sent before.
+        }
+    }
+    return future;
+}
+
+void DefaultExchange::deliver(const Envelope& envelope) const {
+    if (const auto queue = find(envelope.getAddress().getQueueName()))
+        queue->deliver(&envelope);
+    else if (const auto& message = envelope.getMessage())
+        MessageQueue::sendReply(envelope.getRouting(), message->createUndeliverableReply(envelope));
+}
+
+boost::shared_ptr<MessageQueue> DefaultExchange::find(const std::string& queueName) const {
+    const std::shared_lock<std::shared_mutex> lock(queuesMutex);
+    const auto found = queues.find(queueName);
+    return found == queues.end() ? boost::shared_ptr<MessageQueue>() : found->second;
+}
+
+} // namespace foundation::msg_svc::exchange

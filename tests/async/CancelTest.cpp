@@ -1,0 +1,125 @@
+#include "support/Futures.h"
+#include "support/Rounds.h"
+
+#include <connector/async/Then.h>
+
+#include <gmock/gmock.h>
+
+namespace connector::test {
+namespace {
+
+TEST(Cancel, DoesSoOnlyBeforeTheResolution) {
+    for (const bool cancelledFirst : {true, false}) {
+        Promise<int> promise;
+        Future<int> future = promise.future();
+        if (!cancelledFirst)
+            promise.setValue(1);
+        EXPECT_EQ(cancel(future), cancelledFirst);
+        EXPECT_FALSE(cancel(future));
+        EXPECT_EQ(promise.cancelled(), cancelledFirst);
+        if (cancelledFirst)
+            promise.setValue(1);
+        EXPECT_EQ(taken(future), cancelledFirst ? cancelledText : "1");
+    }
+    Future<int> none(nullptr);
+    EXPECT_THAT([&] { cancel(none); }, testing::ThrowsMessage<std::runtime_error>(invalidText));
+}
+
+TEST(Cancel, ReachesWhatTheResultWaitsForAtThatTime) {
+    Promise<int> outer;
+    Promise<int> inner;
+    Future<int> result(nullptr);
+    const auto returnsInner = [&](Future<int>) { return inner.future(); };
+    const auto cancelsFirst = [&](Future<int>) { return cancel(result), inner.future(); };
+    const auto resolved = [&] { outer.setValue(1); };
+    const struct {
+        const char* name;
+        std::function<void()> make;
+        bool outerCancelled;
+        bool innerCancelled;
+    } cases[] = {
+        {"before the function", [&] { result = then(outer.future(), returnsInner); }, true, false},
+        {"after it", [&] { result = then(outer.future(), returnsInner), resolved(); }, false, true},
+        {"inside it", [&] { result = then(outer.future(), cancelsFirst), resolved(); }, false, true},
+        {"through a chain", [&] { result = then(then(then(outer.future(), get), get), get); }, true, false},
+        {"through whenAll",
+         [&] {
+             std::vector<Future<int>> futures;
+             futures.push_back(then(outer.future(), returnsInner));
+             futures.push_back(inner.future());
+             result = then(whenAll(std::move(futures)), [](Future<std::vector<Future<int>>>) { return 0; });
+         },
+         true, true},
+    };
+    for (const auto& expected : cases) {
+        SCOPED_TRACE(expected.name);
+        outer = Promise<int>();
+        inner = Promise<int>();
+        expected.make();
+        cancel(result);
+        EXPECT_EQ(taken(result), cancelledText);
+        EXPECT_EQ(outer.cancelled(), expected.outerCancelled);
+        EXPECT_EQ(inner.cancelled(), expected.innerCancelled);
+    }
+}
+
+TEST(Cancel, KeepsAContinuationOfAnotherKind) {
+    struct Foreign : detail::FutureContinuation<int> {
+        void invoke(Future<int>&&) override { ADD_FAILURE() << "nothing was resolved"; }
+    };
+    const auto state = std::make_shared<IntState>();
+    state->continuation = std::make_unique<Foreign>();
+    Future<int> future(state);
+    EXPECT_TRUE(cancel(future));
+    EXPECT_TRUE(state->continuation);
+}
+
+TEST(Cancel, RacesWithTheResolutionAndTheConsumer) {
+    Promise<int> promise;
+    Future<int> result(nullptr);
+    bool cancelled = false;
+    std::string got;
+    const auto renew = [&](int round) {
+        EXPECT_TRUE(round == 0 || got == (cancelled ? cancelledText : "1"));
+        result = then((promise = Promise<int>()).future(), get);
+    };
+    race(rounds(300),
+         {[&](int) { promise.setValue(1); }, [&](int) { cancelled = cancel(result); },
+          [&](int) { got = taken(result); }},
+         renew);
+    renew(rounds(300));
+}
+
+// Neither is lost between the two: what the function returns is cancelled, or never asked for.
+TEST(Cancel, RacesWithTheFunctionThatReturnsAFuture) {
+    Promise<int> outer;
+    Promise<int> inner;
+    Future<int> result(nullptr);
+    Barrier both(2);
+    race(rounds(300),
+         {[&](int) { outer.setValue(1); },
+          [&](int) {
+              both.wait();
+              cancel(result);
+          }},
+         [&](int round) {
+             EXPECT_TRUE(round == 0 || inner.cancelled());
+             inner = Promise<int>();
+             result = then((outer = Promise<int>()).future(), [&](Future<int>) {
+                 Future<int> future = inner.future();
+                 both.wait();
+                 return future;
+             });
+         });
+}
+
+TEST(Cancel, RacesWithTheAttachment) {
+    Promise<int> promise;
+    Future<int> source(nullptr);
+    race(rounds(300),
+         {[&](int) { cancel(source); }, [&](int) { EXPECT_EQ(taken(then(promise.future(), get)), cancelledText); }},
+         [&](int) { source = (promise = Promise<int>()).future(); });
+}
+
+} // namespace
+} // namespace connector::test

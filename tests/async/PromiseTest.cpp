@@ -1,0 +1,46 @@
+#include "support/Allocations.h"
+#include "support/Futures.h"
+
+#include <gmock/gmock.h>
+
+#include <memory>
+
+namespace connector::test {
+namespace {
+
+TEST(Promise, NeverLeavesAConsumerWaiting) {
+    const char* const destroyed = "Promise destroyed before it was resolved.";
+    const std::pair<const char*, std::function<void(std::unique_ptr<Promise<int>>&)>> cases[] = {
+        {destroyed, [](auto& promise) { promise.reset(); }},
+        {destroyed, [](auto& promise) { *promise = Promise<int>(); }},
+        {"1", [](auto& promise) { Promise<int>(std::move(*promise)).setValue(1); }},
+        {"2", [](auto& promise) { (*promise = std::move(*promise)).setValue(2); }},
+        {cancelledText,
+         [](auto& promise) {
+             const AllocationFailure failure(0, true);
+             promise.reset();
+         }},
+    };
+    for (const auto& [text, end] : cases) {
+        auto promise = std::make_unique<Promise<int>>();
+        Future<int> future = promise->future();
+        end(promise);
+        EXPECT_EQ(taken(future), text);
+    }
+}
+
+TEST(Promise, SaysWhatItCannotDo) {
+    Promise<std::unique_ptr<int>> promise;
+    promise.setValue(std::make_unique<int>(1));
+    auto second = std::make_unique<int>(2);
+    EXPECT_THAT([&] { promise.setValue(std::move(second)); },
+                testing::ThrowsMessage<std::runtime_error>("Promise already resolved."));
+    EXPECT_TRUE(second); // NOLINT(bugprone-use-after-move): refused, it is still ours
+    EXPECT_EQ(*promise.future().get(), 1);
+    const auto moved = std::move(promise);
+    EXPECT_THAT([&] { promise.cancelled(); }, // NOLINT(bugprone-use-after-move): what is promised of it
+                testing::ThrowsMessage<std::runtime_error>("Promise state isn't valid!"));
+}
+
+} // namespace
+} // namespace connector::test

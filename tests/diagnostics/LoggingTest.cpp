@@ -1,0 +1,107 @@
+#include "support/LogCapture.h"
+#include "support/Rounds.h"
+
+#include <connector/diagnostics/internal/FrameworkLogger.h>
+
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <stdexcept>
+
+namespace connector::test {
+namespace {
+
+/// Restores what a test does to Boost.Log's core.
+class Logging : public testing::Test {
+protected:
+    ~Logging() override {
+        core->set_logging_enabled(true);
+        core->reset_filter();
+    }
+
+    std::string piece() {
+        ++evaluated;
+        return "piece";
+    }
+
+    const boost::log::core_ptr core = boost::log::core::get();
+    int evaluated = 0;
+};
+
+TEST_F(Logging, EvaluatesItsPiecesOnlyForARecordThatIsWritten) {
+    const struct {
+        const char* name;
+        std::function<void()> prepare;
+        int written;
+    } cases[] = {
+        {"wanted", [] {}, 1},
+        {"masked out", [] { fl::log::setEnabledSeverityMask(LogCapture::channel, 0x208); }, 0},
+        {"disabled", [this] { core->set_logging_enabled(false); }, 0},
+        {"filtered",
+         [this] {
+             core->set_logging_enabled(true);
+             core->set_filter([](const boost::log::attribute_value_set& values) {
+                 return boost::log::extract_or_default<std::uint32_t>("Severity", values, 0u) != 0x100;
+             });
+         },
+         0},
+    };
+    for (const auto& expected : cases) {
+        SCOPED_TRACE(expected.name);
+        LogCapture log(0x108);
+        expected.prepare();
+        evaluated = 0;
+        FRAMEWORK_LOG(warning) << "a " << piece();
+        EXPECT_EQ(evaluated, expected.written);
+        EXPECT_EQ(log.records.size(), static_cast<std::size_t>(expected.written));
+    }
+}
+
+TEST_F(Logging, WritesNothingWhenAPieceThrows) {
+    LogCapture log(0x8);
+    EXPECT_THROW(
+        FRAMEWORK_LOG(chatter) << "a " << [this]() -> std::string { throw std::runtime_error(piece()); }(),
+        std::runtime_error);
+    EXPECT_EQ(evaluated, 1);
+    EXPECT_TRUE(log.records.empty());
+}
+
+TEST(SeverityMask, HoldsForLoggersThatLiveAndThoseToCome) {
+    fl::log::setEnabledSeverityMask("test::mask", 0x8);
+    EXPECT_EQ(fl::log::enabledSeverityMask("test::mask"), 0x8u);
+    fl::log::basic_diagnostic_logger<char> first("test::mask");
+    EXPECT_TRUE(first.enabled(0x8));
+    fl::log::setEnabledSeverityMask("test::mask", 0x200);
+    fl::log::setEnabledSeverityMask("test::other", 0x8);
+    const fl::log::basic_diagnostic_logger<char> second("test::mask");
+    EXPECT_TRUE(first.enabled(0x200) && second.enabled(0x200));
+    EXPECT_FALSE(first.enabled(0x8) || second.enabled(0x8));
+
+    EXPECT_EQ(fl::log::enabledSeverityMask("test::unheard of"), 0x300u);
+    { const fl::log::basic_diagnostic_logger<char> gone("test::mask"); }
+    fl::log::setEnabledSeverityMask("test::mask", 0x100); // must not reach for the logger that died
+    EXPECT_TRUE(second.enabled(0x100));
+}
+
+TEST(SeverityMask, MayBeSetWhileLoggersComeAndGo) {
+    std::atomic<int> wanted{0};
+    race(rounds(30),
+         {[](int round) {
+              for (std::uint32_t i = 0; i < 50; ++i)
+                  fl::log::setEnabledSeverityMask("test::race " + std::to_string(round), i % 2 ? 0x8 : 0x200);
+          },
+          [&](int round) {
+              for (int i = 0; i < 50; ++i) {
+                  const fl::log::basic_diagnostic_logger<char> logger("test::race " + std::to_string(round));
+                  wanted += logger.enabled(0x308) ? 1 : 0;
+              }
+          },
+          [&](int round) {
+              for (int i = 0; i < 50; ++i)
+                  wanted += fl::log::enabledSeverityMask("test::race " + std::to_string(round)) != 0 ? 1 : 0;
+          }});
+    EXPECT_EQ(wanted, 2 * 50 * rounds(30));
+}
+
+} // namespace
+} // namespace connector::test

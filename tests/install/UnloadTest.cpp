@@ -1,0 +1,87 @@
+#include <fl/log/severity_mask.h>
+
+#include <boost/log/core.hpp>
+#include <boost/log/utility/setup/console.hpp>
+#include <gtest/gtest.h>
+
+#include <dlfcn.h>
+#include <fstream>
+#include <functional>
+#include <malloc.h>
+#include <stdexcept>
+#include <string>
+
+namespace {
+
+bool mapped(const std::string& library) {
+    std::ifstream maps("/proc/self/maps");
+    for (std::string line; std::getline(maps, line);)
+        if (line.find(library.substr(library.rfind('/') + 1)) != std::string::npos)
+            return true;
+    return false;
+}
+
+/// A module that is loaded as long as this lives.
+class Module {
+public:
+    explicit Module(const char* file) : handle(dlopen(file, RTLD_NOW | RTLD_LOCAL)) {
+        if (!handle)
+            throw std::runtime_error(dlerror());
+    }
+    Module(const Module&) = delete;
+    Module& operator=(const Module&) = delete;
+    ~Module() { dlclose(handle); }
+
+    template <class T>
+    T& symbol(const char* name) const {
+        void* const found = dlsym(handle, name);
+        if (!found)
+            throw std::runtime_error(dlerror());
+        return *reinterpret_cast<T*>(found); // NOLINT(cppcoreguidelines-pro-type-reinterpret-cast): what dlsym() is for
+    }
+
+private:
+    void* const handle;
+};
+
+/// Loads and unloads `file` a thousand times, with `use` between; nothing may stay mapped, and no memory be kept.
+void checkUnloading(const char* file, const std::function<void(const Module&)>& use) {
+    std::size_t before = 0;
+    for (int i = 0; i < 1100; ++i) {
+        if (i == 100) // what is made once and kept, by whomever, is made by now
+            before = mallinfo2().uordblks;
+        {
+            const Module module(file);
+            fl::log::setEnabledSeverityMask("connector::framework", 0x208);
+            use(module);
+        }
+        ASSERT_FALSE(mapped(file));
+        ASSERT_FALSE(mapped(IMPLEMENTATION));
+        ASSERT_FALSE(mapped(INTERFACE));
+        // Had the logger's destructor not run, this would write into it, where nothing is mapped any more.
+        fl::log::setEnabledSeverityMask("connector::framework", 0x300);
+    }
+    EXPECT_LT(mallinfo2().uordblks, before + 1000); // less than a byte a time
+}
+
+TEST(Unload, UnmapsTheLibraryAndDestroysItsLogger) {
+    checkUnloading(IMPLEMENTATION, [](const Module& module) {
+        EXPECT_STREQ(module.symbol<const char* const>("libqzconnectorframeworkimpl_version"), "9.2.0.929507");
+    });
+}
+
+TEST(Unload, UnmapsAPluginThatUsedTheFramework) {
+    const auto sink = boost::log::add_console_log(
+        std::clog, boost::log::keywords::filter = [](const auto&) { return false; });
+    checkUnloading(PLUGIN, [](const Module& module) { EXPECT_TRUE(module.symbol<bool()>("useFramework")()); });
+    boost::log::core::get()->remove_sink(sink);
+}
+
+TEST(Unload, LeavesTheIdentityAsItWas) {
+    const Module module(IMPLEMENTATION);
+    EXPECT_STREQ(module.symbol<const char* const>("libqzconnectorframeworkimpl_build_date"), "Aug  7 2018");
+    EXPECT_STREQ(module.symbol<const char* const>("libqzconnectorframeworkimpl_relative_path"),
+                 "bin\\win64\\libqzconnectorframeworkimpl.dll");
+}
+
+} // namespace

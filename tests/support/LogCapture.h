@@ -1,0 +1,78 @@
+#pragma once
+
+#include <fl/log/severity_mask.h>
+
+#include <boost/log/attributes/value_extraction.hpp>
+#include <boost/log/core/core.hpp>
+#include <boost/log/expressions/message.hpp>
+#include <boost/log/sinks/basic_sink_backend.hpp>
+#include <boost/log/sinks/sync_frontend.hpp>
+#include <boost/make_shared.hpp>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace connector::test {
+
+/// While it lives, the framework's records of `mask` come here and nowhere else.
+class LogCapture {
+public:
+    struct Record {
+        std::uint32_t severity;
+        std::string channel;
+        std::string text;
+        bool operator==(const Record& other) const {
+            return severity == other.severity && channel == other.channel && text == other.text;
+        }
+    };
+
+    /// `onRecord` runs on the logging thread for every record, before it is kept.
+    explicit LogCapture(std::uint32_t mask, std::function<void(const Record&)> onRecord = {})
+        : sink(boost::make_shared<boost::log::sinks::synchronous_sink<Backend>>(
+              boost::make_shared<Backend>(records, std::move(onRecord)))) {
+        boost::log::core::get()->add_sink(sink);
+        fl::log::setEnabledSeverityMask(channel, mask);
+    }
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+    ~LogCapture() {
+        fl::log::setEnabledSeverityMask(channel, before);
+        boost::log::core::get()->remove_sink(sink);
+    }
+
+    std::vector<Record> records;
+
+    static constexpr const char* channel = "connector::framework";
+
+private:
+    const std::uint32_t before = fl::log::enabledSeverityMask(channel);
+
+    class Backend : public boost::log::sinks::basic_sink_backend<boost::log::sinks::synchronized_feeding> {
+    public:
+        Backend(std::vector<Record>& records, std::function<void(const Record&)> onRecord)
+            : records(records), onRecord(std::move(onRecord)) {}
+
+        void consume(const boost::log::record_view& view) {
+            const Record record{boost::log::extract_or_default<std::uint32_t>("Severity", view, 0u),
+                                boost::log::extract_or_default<std::string>("Channel", view, std::string()),
+                                boost::log::extract_or_default<std::string>("Message", view, std::string())};
+            if (onRecord)
+                onRecord(record);
+            records.push_back(record);
+        }
+
+    private:
+        std::vector<Record>& records;
+        const std::function<void(const Record&)> onRecord;
+    };
+
+    const boost::shared_ptr<boost::log::sinks::synchronous_sink<Backend>> sink;
+};
+
+inline std::ostream& operator<<(std::ostream& stream, const LogCapture::Record& record) {
+    return stream << "{" << record.severity << ", " << record.channel << ", " << record.text << "}";
+}
+
+} // namespace connector::test
