@@ -3,6 +3,7 @@
 #include "support/Paired.h"
 
 #include <connector/core/ConnectorImpl2.h>
+#include <connector/exchange/ConnectorImpl.h>
 
 #include <map>
 
@@ -102,6 +103,17 @@ void throughContext(benchmark::State& state) {
         [&] { return request(connector, address); });
 }
 BENCHMARK(throughContext)->Name("request/connector, through a context");
+
+// The exchange keeps what is registered on it, for every connector of the process.
+void overExchange(benchmark::State& state) {
+    static const auto exchange = connectorWith(std::make_shared<connector::ConnectorImpl>(), 1);
+    connector::Connector& connector = *Pair::of(1).connector;
+    const std::string address = serviceName(0);
+    // The provider's reply is resolved, and then the one that the exchange brought back.
+    compare(
+        state, [&] { return request(*exchange, address); }, [&] { return request(connector, address); }, {2, 1});
+}
+BENCHMARK(overExchange)->Name("request/connector, over the exchange");
 
 void answeredByThread(benchmark::State& state) {
     ConnectorImpl2 connector;

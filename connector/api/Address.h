@@ -1,11 +1,13 @@
 #pragma once
 
 #include <connector/Export.h>
+#include <connector/api/ServiceNameHash.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace connector {
 
@@ -25,12 +27,19 @@ public:
     Address() noexcept = default;
 
     /// The segments of `text`. The text is kept as it is; nothing is escaped and no form is refused.
-    explicit Address(std::string text) noexcept;
+    explicit Address(std::string text) noexcept : text(std::move(text)), position(this->text.empty() ? exhausted : 0) {}
 
     Address(const Address& other) = default;
-    Address(Address&& other) noexcept;
+    Address(Address&& other) noexcept
+        : text(std::move(other.text)), position(std::exchange(other.position, exhausted)) {}
     Address& operator=(const Address& other);
-    Address& operator=(Address&& other) noexcept;
+    Address& operator=(Address&& other) noexcept {
+        if (this != &other) {
+            text = std::move(other.text);
+            position = std::exchange(other.position, exhausted);
+        }
+        return *this;
+    }
     ~Address() = default;
 
     /// Whether no segment is left.
@@ -47,9 +56,9 @@ public:
     /// Removes the first segment and returns the hash that peekHash() would have given. In line: a caller who has
     /// peeked already and ignores the result doesn't pay for the hash again.
     std::uint64_t popHash() noexcept {
-        const std::uint64_t hash = peekHash();
-        dropFirst();
-        return hash;
+        const std::string_view segment = first();
+        drop(segment);
+        return serviceNameHash(segment);
     }
 
     /// The segments still left, joined by '/'.
@@ -59,10 +68,17 @@ private:
     static constexpr std::size_t exhausted = std::string::npos;
 
     std::string_view rest() const noexcept {
-        return empty() ? std::string_view() : std::string_view(text).substr(position);
+        return empty() ? std::string_view() : std::string_view(text.data() + position, text.size() - position);
     }
     std::string_view first() const noexcept { return rest().substr(0, rest().find('/')); }
-    void dropFirst() noexcept;
+
+    // `segment` is first().
+    void drop(std::string_view segment) noexcept {
+        if (empty())
+            return;
+        position += segment.size();
+        position = position == text.size() ? exhausted : position + 1;
+    }
 
     std::string text;
     // Where the first segment that is left begins in `text`. It may be the text's end: a last segment that is empty.

@@ -20,9 +20,4 @@ boost::any ContextData::erase(const std::string& key) {
     return removed;
 }
 
-const boost::any* ContextData::find(const std::string& key) const {
-    const auto found = values.find(key);
-    return found == values.end() ? nullptr : &found->second;
-}
-
 } // namespace connector

@@ -26,7 +26,10 @@ public:
     boost::any erase(const std::string& key);
 
     /// The stored value itself, or null. Good until the next set() or erase().
-    const boost::any* find(const std::string& key) const;
+    const boost::any* find(const std::string& key) const {
+        const auto found = values.find(key);
+        return found == values.end() ? nullptr : &found->second;
+    }
 
 private:
     boost::unordered_map<std::string, boost::any> values;

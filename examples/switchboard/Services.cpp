@@ -1,5 +1,7 @@
 #include "Services.h"
 
+#include <connector/async/Promise.h>
+
 #include <algorithm>
 #include <array>
 #include <cctype>
@@ -93,10 +95,8 @@ public:
     ~LaterService() override { finish(); }
 
 private:
-    using State = connector::detail::SharedFutureState<std::unique_ptr<Message>>;
-
     struct Job {
-        std::shared_ptr<State> state;
+        connector::Promise<std::unique_ptr<Message>> promise;
         std::unique_ptr<Message> message;
     };
 
@@ -111,15 +111,17 @@ private:
     void stop() override { finish(); }
 
     Reply handle(std::unique_ptr<Message>&& message, Address&&, std::shared_ptr<Context>&&) override {
-        const auto state = std::make_shared<State>();
+        Job job;
+        Reply reply = job.promise.future();
         {
             const std::lock_guard<std::mutex> lock(mutex);
             if (!accepting)
                 throw std::runtime_error("the later service is not running");
-            jobs.push_back({state, std::move(message)});
+            job.message = std::move(message);
+            jobs.push_back(std::move(job));
         }
         changed.notify_one();
-        return Reply(state);
+        return reply;
     }
 
     void work() {
@@ -128,10 +130,10 @@ private:
             changed.wait(lock, [this] { return !jobs.empty() || !accepting; });
             if (jobs.empty())
                 return;
-            const Job job = std::move(jobs.front());
+            Job job = std::move(jobs.front());
             jobs.pop_front();
             lock.unlock();
-            job.state->setValue(std::make_unique<Text>(textOf(job.message) + ", a moment later"));
+            job.promise.setValue(std::make_unique<Text>(textOf(job.message) + ", a moment later"));
             lock.lock();
         }
     }
