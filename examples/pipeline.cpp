@@ -67,23 +67,20 @@ private:
     std::thread thread;
 };
 
-/// Answers later, on the worker: marks the text with what it did. Refuses a text that has none.
+/// Answers later, on the worker: marks the text with what it did. Refuses a text that has none, at once.
 class Desk : public ServiceProvider {
 public:
     Desk(Worker& worker, std::string mark) : worker(worker), mark(std::move(mark)) {}
 
     Future<MessagePtr> handle(MessagePtr&& message, Address&&, std::shared_ptr<Context>&&) override {
+        if (textOf(message).empty())
+            return makeExceptionalFuture<MessagePtr>(std::invalid_argument("nothing to be " + mark));
         Promise<MessagePtr> promise;
         Future<MessagePtr> reply = promise.future();
         worker.post(std::packaged_task<void()>(
             [promise = std::move(promise), message = std::move(message), mark = mark]() mutable {
-                std::string& text = textOf(message);
-                if (text.empty()) {
-                    promise.setException(std::make_exception_ptr(std::invalid_argument("nothing to be " + mark)));
-                } else {
-                    text += ", " + mark;
-                    promise.setValue(std::move(message));
-                }
+                textOf(message) += ", " + mark;
+                promise.setValue(std::move(message));
             }));
         return reply;
     }
