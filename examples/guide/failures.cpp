@@ -11,43 +11,41 @@ using MessagePtr = std::unique_ptr<Message>;
 
 struct Empty : Message {};
 
-class Faulty : public ServiceProvider {
+class Printer : public ServiceProvider {
     Future<MessagePtr> handle(MessagePtr&& message, Address&& rest, std::shared_ptr<Context>&&) override {
         const MessagePtr taken = std::move(message);
-        if (rest.toString() == "later")
+        const std::string how = rest.toString();
+        if (how == "forget")
             return Promise<MessagePtr>().future(); // a promise that dies unanswered
+        if (how == "queue")
+            return waiting.future();
         throw std::domain_error("out of paper");
     }
+
+    Promise<MessagePtr> waiting;
 };
 
 int main() {
     fl::log::setEnabledSeverityMask("connector::framework", 0); // failures are logged, too
     auto connector = std::make_shared<ConnectorImpl2>();
-    connector->addServiceProvider("printer", std::make_shared<Faulty>());
+    connector->addServiceProvider("printer", std::make_shared<Printer>());
     const auto context = connector->newContext();
 
-    const auto print = [](Future<MessagePtr> reply, const MessagePtr& message) {
+    const auto request = [&context](const char* address) {
+        MessagePtr message = std::make_unique<Empty>();
+        auto reply = context->handle(std::move(message), Address(address)); // throws none of what follows
+        cancel(reply); // gives up at once; a reply that has failed already stays as it is
         try {
             reply.get();
-        } catch (const std::exception& error) { // a type of the standard library's, or the provider's own
+        } catch (const std::exception& error) { // a standard type, or the provider's own
             std::cout << error.what() << (message ? " (message kept)\n" : " (message taken)\n");
         }
-    };
-    const auto request = [&](const char* address) {
-        MessagePtr message = std::make_unique<Empty>();
-        auto reply = context->handle(std::move(message), Address(address)); // throws none of them
-        print(std::move(reply), message);
     };
     request("");
     request("scanner/page/1");
     request("printer");
-    request("printer/later");
-
-    Promise<MessagePtr> promise;
-    auto reply = promise.future();
-    cancel(reply);
-    print(std::move(reply), nullptr);
-
+    request("printer/forget");
+    request("printer/queue");
     connector.reset();
     request("printer");
 }

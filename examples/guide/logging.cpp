@@ -19,7 +19,7 @@ namespace sinks = boost::log::sinks;
 /// A host's own backend: prints each record, or fails.
 class Printer : public sinks::basic_formatted_sink_backend<char, sinks::synchronized_feeding> {
 public:
-    void consume(const logging::record_view&, const std::string& line) {
+    void consume(const logging::record_view&, const std::string& line) const {
         if (broken)
             throw std::runtime_error("disk full");
         std::cout << "  " << line << '\n';
