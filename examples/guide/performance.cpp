@@ -9,16 +9,17 @@ using MessagePtr = std::unique_ptr<Message>;
 
 static std::size_t allocations = 0;
 
-void* operator new(std::size_t size) {
+// Not in line: g++ would take std::free() for a mistake there.
+[[gnu::noinline]] void* operator new(std::size_t size) {
     ++allocations;
     if (void* const block = std::malloc(size))
         return block;
     throw std::bad_alloc();
 }
-void operator delete(void* block) noexcept {
+[[gnu::noinline]] void operator delete(void* block) noexcept {
     std::free(block);
 }
-void operator delete(void* block, std::size_t) noexcept {
+[[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept {
     std::free(block);
 }
 
