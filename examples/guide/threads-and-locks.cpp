@@ -1,0 +1,55 @@
+#include <connector/core/ConnectorImpl2.h>
+
+#include <iostream>
+#include <system_error>
+#include <thread>
+
+using namespace connector;
+using MessagePtr = std::unique_ptr<Message>;
+
+/// A message that says who sent it.
+struct Hail : Message {
+    std::thread::id sender = std::this_thread::get_id();
+};
+
+class Idle : public ServiceProvider {
+    Future<MessagePtr> handle(MessagePtr&& message, Address&&, std::shared_ptr<Context>&&) override {
+        return makeReadyFuture(std::move(message));
+    }
+};
+
+/// Tries to register something from wherever it is called.
+class Registrar : public ServiceProvider {
+public:
+    explicit Registrar(Connector& connector) : connector(connector) {}
+
+private:
+    void start() override { tryFrom("start"); }
+    void stop() override { tryFrom("stop"); }
+    Future<MessagePtr> handle(MessagePtr&& message, Address&&, std::shared_ptr<Context>&&) override {
+        if (dynamic_cast<Hail&>(*message).sender == std::this_thread::get_id())
+            std::cout << "handle: runs on the sender's thread\n";
+        tryFrom("handle");
+        return makeReadyFuture(std::move(message));
+    }
+
+    void tryFrom(const std::string& where) {
+        try {
+            connector.addServiceProvider("made in " + where, std::make_shared<Idle>());
+            std::cout << where << ": registered a service\n";
+        } catch (const std::system_error& error) {
+            if (error.code() == std::errc::resource_deadlock_would_occur)
+                std::cout << where << ": refused, instead of waiting for ever; reading works: "
+                          << connector.listServiceProviders().size() << " services\n";
+        }
+    }
+
+    Connector& connector;
+};
+
+int main() {
+    const auto connector = std::make_shared<ConnectorImpl2>();
+    connector->addServiceProvider("registrar", std::make_shared<Registrar>(*connector)); // starts it after unlocking
+    std::thread([&] { connector->handle(std::make_unique<Hail>(), Address("registrar"), nullptr).get(); }).join();
+    connector->stop(); // stops it under the shared lock
+}
