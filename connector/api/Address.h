@@ -27,10 +27,18 @@ public:
     /// The segments of `text`. The text is kept as it is; nothing is escaped and no form is refused.
     explicit Address(std::string text) noexcept;
 
+    /// The segments that `other` has left.
     Address(const Address& other) = default;
+
+    /// Takes the segments over and leaves `other` empty.
     Address(Address&& other) noexcept;
+
+    /// As the copy constructor. If it throws std::bad_alloc, nothing has changed.
     Address& operator=(const Address& other);
+
+    /// As the move constructor. An address that is moved to itself stays what it was.
     Address& operator=(Address&& other) noexcept;
+
     ~Address() = default;
 
     /// Whether no segment is left.
