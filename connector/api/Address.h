@@ -29,10 +29,17 @@ public:
     /// The segments of `text`. The text is kept as it is; nothing is escaped and no form is refused.
     explicit Address(std::string text) noexcept : text(std::move(text)), position(this->text.empty() ? exhausted : 0) {}
 
+    /// The segments that `other` has left.
     Address(const Address& other) = default;
+
+    /// Takes the segments over and leaves `other` empty.
     Address(Address&& other) noexcept
         : text(std::move(other.text)), position(std::exchange(other.position, exhausted)) {}
+
+    /// As the copy constructor. If it throws std::bad_alloc, nothing has changed.
     Address& operator=(const Address& other);
+
+    /// As the move constructor. An address that is moved to itself stays what it was.
     Address& operator=(Address&& other) noexcept {
         if (this != &other) {
             text = std::move(other.text);
@@ -40,6 +47,7 @@ public:
         }
         return *this;
     }
+
     ~Address() = default;
 
     /// Whether no segment is left.

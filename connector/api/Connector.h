@@ -26,6 +26,7 @@ public:
     Connector(const Connector&) = delete;
     Connector& operator=(const Connector&) = delete;
 
+    /// The connector's own name, for people: nothing is routed by it.
     virtual std::string getName() const = 0;
 
     /// Marks the connector as started, which a new one already is. Providers are then started as they are added.

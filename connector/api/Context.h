@@ -35,10 +35,11 @@ public:
     /// A new context that shares this one's Process, SharedSession and Session data.
     virtual std::shared_ptr<Context> newRequest() = 0;
 
-    /// The context to pass on with a message.
+    /// The context that handle() passes on with a message: this very one, unless a derived class decides otherwise.
     virtual std::shared_ptr<Context> newLocal() = 0;
 
     /// Stores `value` under `key` in `scope`, replacing what was there. In a scope that doesn't exist, stores nothing.
+    /// Throws std::bad_alloc; what was there then still is.
     virtual void set(const std::string& key, boost::any value, ContextScope scope) = 0;
 
     /// Removes `key` from every scope that this context sees, shared ones included. Returns an empty boost::any.

@@ -37,17 +37,20 @@ public:
 
     /// Moving takes the state over and leaves `other` invalid.
     Future(Future&& other) noexcept : state(std::move(other.state)), stateValid(other.invalidate()) {}
+
+    /// As the constructor. Lets go of the state that this future had.
     Future& operator=(Future&& other) noexcept;
     ~Future() { stateValid.store(false); }
 
     /// Whether this future has a state. Stays true after get().
     bool valid() const noexcept { return stateValid.load(); }
 
-    /// Blocks until the producer has resolved and returns the value, or throws what the producer stored. Works once: a
-    /// second call, and one on a future with a continuation, throws std::runtime_error ("Future already returned it's
-    /// value or has an associated continuation."). Also throws std::runtime_error for a future without a state ("Future
-    /// state isn't valid!") and for one that was cancelled ("Future has been cancelled."). Takes the state's own mutex
-    /// only. Never call it on the thread that is to resolve it.
+    /// Blocks until the producer has resolved and returns the value, or throws the exception that the producer stored;
+    /// of one that is a std::exception_ptr itself, the exception to which that refers. Works once: a second call, and
+    /// one on a future with a continuation, throws std::runtime_error ("Future already returned it's value or has an
+    /// associated continuation."). Also throws std::runtime_error for a future without a state ("Future state isn't
+    /// valid!") and for one that was cancelled ("Future has been cancelled."). Takes the state's own mutex only. Never
+    /// call it on the thread that is to resolve it.
     T get();
 
 private:
@@ -66,15 +69,17 @@ private:
 };
 
 /// A future that is resolved with `value` already. Two allocations: the state and the cell of its value. If one fails,
-/// std::bad_alloc is thrown and `value` is still the caller's.
+/// std::bad_alloc is thrown and `value` is still the caller's. Yields the processor once, as every resolution does.
 template <class T>
 Future<T> makeReadyFuture(T&& value);
 
-/// A future that is resolved with `exception` already, of the type E as given here.
+/// A future that is resolved with `exception` already, of the type E as given here. Throws std::bad_alloc. Yields like
+/// makeReadyFuture().
 template <class T, class E>
 Future<T> makeExceptionalFuture(E exception);
 
-/// A future that is resolved with the exception being handled. Call it inside a handler.
+/// A future that is resolved with the exception being handled; otherwise as above. Call it inside a handler: outside of
+/// one, what get() throws is a null std::exception_ptr.
 template <class T>
 Future<T> makeExceptionalFuture();
 

@@ -12,7 +12,11 @@ public:
 
 protected:
     Message() = default;
+
+    /// For derived classes that can be copied. The framework copies no message.
     Message(const Message&) = default;
+
+    /// As the copy constructor.
     Message& operator=(const Message&) = default;
 };
 

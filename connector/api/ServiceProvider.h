@@ -25,18 +25,20 @@ public:
     ServiceProvider& operator=(const ServiceProvider&) = delete;
 
     /// Called after `running` went from false to true. What it throws leaves the connector's operation that caused it,
-    /// and `running` stays true. Does nothing unless overridden.
+    /// and `running` stays true. May run under the connector's lock; ConnectorImpl2 says which of its operations work
+    /// then. Does nothing unless overridden.
     virtual void start();
 
     /// Called after `running` went from true to false; otherwise as start().
     virtual void stop();
 
     /// Answers `message`. `address` is what is left behind the segment that named this service; `context` is the
-    /// caller's, and may be empty. All three may be moved from; what is left of them goes back to the caller. The
-    /// result may be resolved already or be resolved later, on any thread. An exception thrown here reaches whoever
-    /// asks for the reply.
+    /// caller's, and may be empty. All three may be moved from; what is left of them is the caller's again, or, over
+    /// the exchange, dies after the call. The result may be resolved already or be resolved later, on any thread. An
+    /// exception thrown here reaches whoever asks for the reply.
     ///
-    /// No lock of a connector is held: any operation of the same connector may be called.
+    /// No lock of a connector is held: any operation of the same connector may be called. Only when the sender is a
+    /// callback under a lock, that callback's rules hold here too.
     virtual Future<std::unique_ptr<Message>> handle(std::unique_ptr<Message>&& message, Address&& address,
                                                     std::shared_ptr<Context>&& context) = 0;
 

@@ -191,6 +191,8 @@ template <class T>
 detail::Awaiter<T> operator co_await(Future<T>& future) noexcept {
     return detail::Awaiter<T>(future);
 }
+
+/// As for a future with a name. A temporary lives until its co_await is over.
 template <class T>
 detail::Awaiter<T> operator co_await(Future<T>&& future) noexcept {
     return detail::Awaiter<T>(future);

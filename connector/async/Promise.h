@@ -31,19 +31,25 @@ class Promise {
 public:
     /// An unresolved promise. Throws std::bad_alloc.
     Promise() : state(std::make_shared<detail::SharedFutureState<T>>()) {}
+
+    /// Takes the state over.
     Promise(Promise&&) noexcept = default;
+
+    /// Takes the state of `other` over; the promise that this one was dies.
     Promise& operator=(Promise&& other) noexcept {
         Promise dropped(std::move(other));
         std::swap(state, dropped.state);
         return *this;
     }
+
+    /// Fails its future if it wasn't resolved, as told above.
     ~Promise() { drop(); }
 
     /// A future for the reply. Futures of one promise share its one reply: whoever asks first gets it.
     Future<T> future() const { return Future<T>(valid()); }
 
     /// Resolves with `value`. Throws std::runtime_error ("Promise already resolved.") and std::bad_alloc; in these
-    /// cases, and when the future was cancelled, `value` is still the caller's.
+    /// cases, and when the future was cancelled, `value` is still the caller's. Yields the processor once.
     void setValue(T&& value) { detail::StatePtr<T>(valid())->setValue(std::move(value)); }
 
     /// Resolves with `exception`, which the consumer's get() throws. Throws as setValue().

@@ -13,6 +13,7 @@ namespace connector {
 /// counts as a value. Takes no lock: reading from several threads is safe, writing beside anything else is not.
 class CONNECTOR_IMPL_EXPORT ContextData {
 public:
+    /// Whether there is a value of `key`.
     bool contains(const std::string& key) const { return find(key) != nullptr; }
 
     /// A copy of the value of `key`, or an empty boost::any.

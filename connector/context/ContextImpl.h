@@ -20,7 +20,8 @@ namespace connector {
 ///     newLocal           all five: it is the same object
 ///
 /// A store is made when it is first written to, or when a derived context is to share it; reading never makes one. From
-/// a derivation on, parent and child share the store even if neither had put anything into it.
+/// a derivation on, parent and child share the store even if neither had put anything into it. A derivation or a set()
+/// that throws std::bad_alloc may have made a store, which stays, and has changed nothing else.
 ///
 /// Ownership: contexts are owned by std::shared_ptr (newLocal() and handle() throw std::bad_weak_ptr otherwise), hold
 /// their stores strongly and their connector weakly. Contexts don't know each other. Data and derivations work on after
@@ -36,7 +37,6 @@ public:
     explicit ContextImpl(std::weak_ptr<Connector> connector = std::weak_ptr<Connector>());
     ~ContextImpl() override;
 
-    // The derivations throw std::bad_alloc; a store of this context's that was made by then stays.
     std::shared_ptr<Context> newSharedSession() override;
     std::shared_ptr<Context> newSession() override;
     std::shared_ptr<Context> newRequest() override;
@@ -51,7 +51,8 @@ public:
     bool has(const std::string& key, ContextScope scope) const override;
 
     /// Passes newLocal() on as the message's context, so a derived class decides there what travels. Keeps the
-    /// connector alive for the length of the call. What the connector's handle() throws passes on.
+    /// connector alive for the length of the call. What the connector's handle() throws passes on. Without a connector
+    /// the reply fails as Context::handle() says.
     Future<std::unique_ptr<Message>> handle(std::unique_ptr<Message>&& message, Address&& address) override;
 
 protected:
@@ -59,11 +60,13 @@ protected:
     /// a derived class may supply its own: values are then set in it, and derived contexts share it. Reading and
     /// erasing never call them and look at the stores of this class alone; a derived class that supplies a store
     /// overrides them too.
+    /// @{
     virtual std::shared_ptr<ContextData> getProcess();
     virtual std::shared_ptr<ContextData> getSharedSession();
     virtual std::shared_ptr<ContextData> getSession();
     virtual std::shared_ptr<ContextData> getRequest();
     virtual std::shared_ptr<ContextData> getLocal();
+    /// @}
 
 private:
     std::shared_ptr<Context> derive(ContextScope innermostShared);

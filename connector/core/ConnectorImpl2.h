@@ -41,10 +41,11 @@ class RegistryGate;
 /// Callbacks: a provider's handle() runs without the lock and may call anything. These run under it: a provider's
 /// start() and stop() when the connector's start() or stop() calls them, its stop() and the destruction of its last
 /// reference in removeServiceProvider() or the connector's destructor, newSharedSession() of the process context in
-/// newContext(), and log sinks. From there handle(), listServiceProviders(), getName() and getPtr() work;
-/// addServiceProvider(), removeServiceProvider(), setProcessContext() and newContext() would wait for the very thread
-/// that calls them and throw std::system_error (std::errc::resource_deadlock_would_occur) at once, having changed
-/// nothing. Another thread's operations wait meanwhile, so a callback must not wait for one of those either.
+/// newContext(), and log sinks. From there handle(), listServiceProviders(), start(), stop(), getName() and getPtr()
+/// work; addServiceProvider(), removeServiceProvider(), setProcessContext() and newContext() would wait for the very
+/// thread that calls them and throw std::system_error (std::errc::resource_deadlock_would_occur) at once, having
+/// changed nothing. Another thread's operations wait meanwhile, so a callback must not wait for one of those either;
+/// nor may it let go of the last reference to the connector.
 ///
 /// Logs on the channel "connector::framework". What a log sink or filter throws leaves the operation that logged.
 class CONNECTOR_IMPL_EXPORT ConnectorImpl2 : public Connector, public std::enable_shared_from_this<Connector> {
@@ -99,7 +100,7 @@ public:
     /// A new context from newSharedSession() of the process context, which is made if there is none. All contexts that
     /// one connector hands out share their Process data, unless a process context of the host's does otherwise. Throws
     /// std::bad_weak_ptr when a process context is to be made and no std::shared_ptr owns the connector,
-    /// std::bad_alloc, and what newSharedSession() throws.
+    /// std::bad_alloc, and what newSharedSession() throws; a process context that was made by then stays.
     std::shared_ptr<Context> newContext() override;
 
     std::shared_ptr<Context> setProcessContext(std::shared_ptr<Context> context) override;

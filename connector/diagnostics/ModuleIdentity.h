@@ -2,8 +2,10 @@
 
 #include <connector/Export.h>
 
+/// @file
 /// What the implementation library says of itself, for whoever loads it by hand: look the names up in the loaded
 /// module, each is a pointer to a constant text. They never change while the module is loaded and are gone with it.
+
 extern "C" {
 
 /// Four decimal numbers joined by dots.

@@ -84,14 +84,14 @@ public:
     /// std::exception, what another party's queue threw, boost::broken_promise when that queue dropped the message. So
     /// is std::bad_alloc.
     ///
-    /// The first segment is gone from `address`. If the address was empty, `message` and `context` are still the
-    /// caller's; else they are the request's, which dies with all that nobody took from it, whatever happens.
+    /// The first segment is gone from `address`. If it was empty, or there was no memory for a request, `message` and
+    /// `context` are still the caller's; else they are the request's, which dies with all that nobody took from it.
     Future<std::unique_ptr<Message>> handle(std::unique_ptr<Message>&& message, Address&& address,
                                             std::shared_ptr<Context>&& context) override;
 
     /// A new context from newSharedSession() of the process context, which is made if there is none. Throws
     /// std::bad_weak_ptr when a process context is to be made and no std::shared_ptr owns the connector,
-    /// std::bad_alloc, and what newSharedSession() throws.
+    /// std::bad_alloc, and what newSharedSession() throws; a process context that was made by then stays.
     std::shared_ptr<Context> newContext() override;
 
     std::shared_ptr<Context> setProcessContext(std::shared_ptr<Context> context) override;

@@ -17,7 +17,13 @@ class Future;
 
 namespace detail {
 
-enum class FutureStatus : std::uint32_t { Pending = 0, HasValue = 1, HasException = 2, Cancelled = 3 };
+/// What has come of a reply. Leaves Pending once, and never changes again.
+enum class FutureStatus : std::uint32_t {
+    Pending = 0,      ///< nothing so far
+    HasValue = 1,     ///< resolved with a value
+    HasException = 2, ///< resolved with an exception
+    Cancelled = 3,    ///< given up by the consumer; there will be no outcome
+};
 
 // What a state throws, apart from the type that it carries.
 [[noreturn]] CONNECTOR_API_EXPORT void throwFutureInvalid();
@@ -93,7 +99,8 @@ public:
     /// state as soon as it sees the value, which is before the call is done with it.
     void setValue(T&& value);
 
-    /// Resolves with a copy of `exception`; otherwise as setValue().
+    /// Resolves with a copy of `exception`; otherwise as setValue(). If the exception object is a std::exception_ptr in
+    /// turn, the consumer gets the exception to which that refers.
     void setException(const std::exception_ptr& exception);
 
     /// Blocks until the state is no longer pending, then takes the value, or throws what the producer stored. Throws
@@ -117,11 +124,17 @@ public:
     /// The cell that holds the outcome, allocated when there is one and freed by the destructor. `status` says which
     /// member owns it: HasValue or HasException; in every other status there is none.
     union Outcome {
-        T* value;
-        std::exception_ptr* exception;
-    } outcome{nullptr};
+        T* value;                      ///< owned with HasValue
+        std::exception_ptr* exception; ///< owned with HasException
+    };
 
+    /// See Outcome.
+    Outcome outcome{nullptr};
+
+    /// The slot of the one continuation, empty when there is none.
     std::unique_ptr<FutureContinuation<T>> continuation;
+
+    /// Moves from Pending to one of the others, once.
     FutureStatus status = FutureStatus::Pending;
 
     /// For whoever attaches continuations, to mark a state with; cleared together with `retrieved`, never read here.

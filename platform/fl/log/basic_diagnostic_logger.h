@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// A logger with a mask of severities, and FL_LOG, which writes through it.
+
 #include <fl/log/detail/channel_mask.h>
 #include <fl/log/severity_mask.h>
 
@@ -31,6 +34,7 @@ class basic_diagnostic_logger : public boost::log::sources::basic_composite_logg
                                     boost::log::sources::features<boost::log::sources::severity<std::uint32_t>,
                                                                   boost::log::sources::channel<std::string>>> {
 public:
+    /// A logger of `channel`, with the mask that is set for that, or the default. Throws std::bad_alloc.
     explicit basic_diagnostic_logger(const std::string& channel)
         : basic_diagnostic_logger::logger_base(boost::log::keywords::channel = channel), enabledSeverityMask(channel) {}
     basic_diagnostic_logger(const basic_diagnostic_logger&) = delete;

@@ -15,6 +15,7 @@ namespace foundation::msg_svc::exchange {
 /// own from ExchangeApi::defaultInstance().
 class FOUNDATION_EXPORT DefaultExchange final : public ExchangeApi {
 public:
+    /// An exchange without queues.
     explicit DefaultExchange(std::string name);
     ~DefaultExchange() override;
 

@@ -13,6 +13,7 @@ namespace foundation::msg_svc::exchange {
 /// The record of a message in transit. Lives for the length of one delivery.
 class Envelope {
 public:
+    /// For exchanges: `message` on its way to `address`, `routing` back.
     Envelope(boost::shared_ptr<const Message> message, Address address, Routing routing)
         : message(std::move(message)), address(std::move(address)), routing(std::move(routing)) {}
 

@@ -32,6 +32,7 @@ public:
     /// The same exchange, as queues want it.
     static boost::shared_ptr<DefaultExchange> defaultInstance();
 
+    /// The exchange's own name. Good as long as the exchange.
     virtual const std::string& getExchangeName() const = 0;
 
     /// Registers `queue` under `name`; the exchange owns it from then on. Throws std::invalid_argument ("Queue name

@@ -46,6 +46,7 @@ public:
     static void sendReply(const Routing& routing, boost::shared_ptr<const Reply> reply);
 
 protected:
+    /// A queue for `exchange`, which it doesn't keep alive. Registering it is left to the caller.
     explicit MessageQueue(boost::weak_ptr<DefaultExchange> exchange);
 
 private:

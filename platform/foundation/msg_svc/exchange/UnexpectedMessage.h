@@ -21,6 +21,8 @@ class FOUNDATION_EXPORT UnexpectedMessage : public std::runtime_error,
 public:
     /// Looks at `received` (which may be null) for its type only, and doesn't keep it.
     UnexpectedMessage(const std::type_info& expected, const Message* received);
+
+    /// A copy with the same text.
     UnexpectedMessage(const UnexpectedMessage& other);
     ~UnexpectedMessage() override;
 
