@@ -1,4 +1,5 @@
 #include "support/Host.h"
+#include "support/OneProcessor.h"
 #include "support/Paired.h"
 #include "support/Worker.h"
 
@@ -44,6 +45,7 @@ void awaited(benchmark::State& state) {
         std::promise<MessagePtr> promise;
         void operator()() { promise.set_value(std::make_unique<Number>(1)); }
     };
+    const OneProcessor placed;
     Worker<Resolve> resolver;
     Worker<Fulfil> fulfiller;
     compare(

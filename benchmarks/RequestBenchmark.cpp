@@ -1,5 +1,6 @@
 #include "support/Host.h"
 #include "support/Naive.h"
+#include "support/OneProcessor.h"
 #include "support/Paired.h"
 
 #include <connector/core/ConnectorImpl2.h>
@@ -116,6 +117,7 @@ void overExchange(benchmark::State& state) {
 BENCHMARK(overExchange)->Name("request/connector, over the exchange");
 
 void answeredByThread(benchmark::State& state) {
+    const OneProcessor placed;
     ConnectorImpl2 connector;
     NaiveRouter router;
     const std::string address = serviceName(0);

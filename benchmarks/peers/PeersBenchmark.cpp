@@ -1,5 +1,6 @@
 #include "support/Host.h"
 #include "support/Naive.h"
+#include "support/OneProcessor.h"
 
 #include <connector/core/ConnectorImpl2.h>
 
@@ -38,6 +39,7 @@ void framework(benchmark::State& state) {
 }
 
 void frameworkLater(benchmark::State& state) {
+    const OneProcessor placed;
     const auto connector = std::make_shared<connector::ConnectorImpl2>();
     connector->addServiceProvider(name, std::make_shared<Later>());
     measure(state, [&] { return request(*connector, name); });
@@ -50,6 +52,7 @@ void naive(benchmark::State& state) {
 }
 
 void naiveLater(benchmark::State& state) {
+    const OneProcessor placed;
     NaiveRouter router;
     router.add(name, NaiveLater());
     measure(state, [&] { return request(router, name); });
@@ -71,6 +74,7 @@ void signals(benchmark::State& state) {
 }
 
 void actors(benchmark::State& state) {
+    const OneProcessor placed;
     caf::actor_system_config config;
     caf::actor_system system(config);
     const caf::actor echo = system.spawn([]() -> caf::behavior { return {[](long number) { return number; }}; });
@@ -86,6 +90,7 @@ void actors(benchmark::State& state) {
 }
 
 void zeromq(benchmark::State& state) {
+    const OneProcessor placed;
     void* const context = zmq_ctx_new();
     void* const server = zmq_socket(context, ZMQ_REP);
     void* const client = zmq_socket(context, ZMQ_REQ);
@@ -112,6 +117,7 @@ void zeromq(benchmark::State& state) {
 }
 
 void nng(benchmark::State& state) {
+    const OneProcessor placed;
     nng_socket server;
     nng_socket client;
     const std::string endpoint = "inproc://" + name;

@@ -7,13 +7,6 @@ Address& Address::operator=(const Address& other) {
     return *this = Address(other);
 }
 
-std::string Address::pop() {
-    const std::string_view segment = first();
-    std::string taken(segment);
-    drop(segment);
-    return taken;
-}
-
 std::uint64_t Address::peekHash() const noexcept {
     return serviceNameHash(first());
 }

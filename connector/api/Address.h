@@ -55,7 +55,12 @@ public:
 
     /// Removes the first segment and returns its text as written, a leading '?' included. With no segment left, returns
     /// the empty text. Throws std::bad_alloc when the text can't be copied; the segment then stays.
-    std::string pop();
+    std::string pop() {
+        const std::string_view segment = first();
+        std::string taken(segment);
+        drop(segment);
+        return taken;
+    }
 
     /// serviceNameHash of the first segment, or of the empty text with no segment left. Costs time in the segment's
     /// length.
