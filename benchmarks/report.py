@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Runs the benchmarks of a build, prints their tables and, with --report, writes them into docs/performance.md.
 
-A part that wasn't measured in this run keeps what the document says of it.
+A part that wasn't measured in this run keeps what the document says of it. The README's summary takes a run that
+measured everything.
 """
 import argparse
 import datetime
@@ -14,6 +15,7 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
 DOCUMENT = ROOT / "docs/performance.md"
+README = ROOT / "README.md"
 PLOT = ROOT / "docs/performance.svg"
 
 # What we promise: a part of the benchmark's name, with the system's yield and without, the highest ratio.
@@ -127,6 +129,22 @@ def instructions(counted):
                   ["allocations, one of them the caller's", f"{allocations:g}", f"{floor_allocations:g}", "", ""]])
 
 
+def summary(with_yield, without, counted, peers):
+    """What the README says."""
+    request = "request/floor/services:1"
+    own, _, ratio = without[request]
+    others = [(name.split(": ")[1], ns) for name, (ns, *_) in peers.items()
+              if name.startswith("worker thread") and "mutex" not in name]
+    threads = ", ".join(f"{name} {ns / 1000:.1f} µs" for name, ns in sorted(others, key=lambda other: other[1]))
+    return table(["", ""], [
+        ["a request and its reply in process", f"{own:.0f} ns, {ratio:.2f} times the straight line of the same steps, "
+         f"written by hand; {with_yield[request][0] / 1000:.1f} µs with the yield that lets a waiting consumer go on"],
+        ["allocations for it", f"{counted['framework'][1] - 1:g} besides the caller's own"],
+        ["one service of 100,000 instead of the only one",
+         f"{without['request/one of one/services:100000'][2]:.2f} times as long"],
+        ["answered by another thread, on one processor", threads]])
+
+
 def machine(context):
     model = re.search(r"model name\s*: (.*)", Path("/proc/cpuinfo").read_text())
     system = re.search(r'PRETTY_NAME="(.*)"', Path("/etc/os-release").read_text())
@@ -168,6 +186,17 @@ def plot(with_yield, without):
     return "\n".join(parts + ["</svg>", ""])
 
 
+def write(path, sections):
+    """Puts each section between its two marks."""
+    text = path.read_text()
+    for name, section in sections.items():
+        begin, end = f"<!-- measured: {name} -->", f"<!-- end of {name} -->"
+        before, rest = text.split(begin, 1)
+        text = f"{before}{begin}\n{section}\n{end}{rest.split(end, 1)[1]}"
+    path.write_text(text)
+    print(f"\nWritten: {path.relative_to(ROOT)}")
+
+
 def main():
     arguments = argparse.ArgumentParser(description=__doc__)
     arguments.add_argument("folder", type=Path, help="where the benchmarks were built")
@@ -182,21 +211,18 @@ def main():
     sections = {"machine": machine(context), "goals": goals(with_yield, without), "ratios": ratios(with_yield, without),
                 "times": times(with_yield, without)}
     if asked.instructions:
-        sections["instructions"] = instructions(count(asked.folder))
+        counted = count(asked.folder)
+        sections["instructions"] = instructions(counted)
     if asked.peers:
         peers = run(asked.folder / "peers", results / "peers.json")[1]
         sections["peers"] = table(["what", "ns"], [[name, nanoseconds(peers[name][0])]
                                                    for name in sorted(peers, key=lambda name: peers[name][0])])
     print("\n\n".join(sections.values()))
     if asked.report:
-        text = DOCUMENT.read_text()
-        for name, section in sections.items():
-            begin, end = f"<!-- measured: {name} -->", f"<!-- end of {name} -->"
-            before, rest = text.split(begin, 1)
-            text = f"{before}{begin}\n{section}\n{end}{rest.split(end, 1)[1]}"
-        DOCUMENT.write_text(text)
+        write(DOCUMENT, sections)
         PLOT.write_text(plot(with_yield, without))
-        print(f"\nWritten: {DOCUMENT.relative_to(ROOT)}, {PLOT.relative_to(ROOT)}")
+        if asked.instructions and asked.peers:
+            write(README, {"summary": summary(with_yield, without, counted, peers)})
 
 
 if __name__ == "__main__":

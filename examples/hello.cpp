@@ -19,9 +19,9 @@ class Greeter : public ServiceProvider {
 };
 
 int main() {
-    const auto host = std::make_shared<ConnectorImpl2>();
-    host->addServiceProvider("greet", std::make_shared<Greeter>());
+    const auto connector = std::make_shared<ConnectorImpl2>();
+    connector->addServiceProvider("greet", std::make_shared<Greeter>());
 
-    auto reply = host->handle(std::make_unique<Text>("world"), Address("greet"), host->newContext());
+    auto reply = connector->handle(std::make_unique<Text>("world"), Address("greet"), connector->newContext());
     std::cout << dynamic_cast<Text&>(*reply.get()).text << '\n';
 }

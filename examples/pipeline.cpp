@@ -136,13 +136,13 @@ std::string outcome(Future<MessagePtr> reply) {
 int main() {
     Worker worker;
     const auto oracle = std::make_shared<Oracle>();
-    const auto host = std::make_shared<ConnectorImpl2>();
-    host->addServiceProvider("check", std::make_shared<Desk>(worker, "checked"));
-    host->addServiceProvider("price", std::make_shared<Desk>(worker, "priced"));
-    host->addServiceProvider("ship", std::make_shared<Desk>(worker, "shipped"));
-    host->addServiceProvider("order", std::make_shared<Office>());
-    host->addServiceProvider("oracle", oracle);
-    const auto context = host->newContext();
+    const auto connector = std::make_shared<ConnectorImpl2>();
+    connector->addServiceProvider("check", std::make_shared<Desk>(worker, "checked"));
+    connector->addServiceProvider("price", std::make_shared<Desk>(worker, "priced"));
+    connector->addServiceProvider("ship", std::make_shared<Desk>(worker, "shipped"));
+    connector->addServiceProvider("order", std::make_shared<Office>());
+    connector->addServiceProvider("oracle", oracle);
+    const auto context = connector->newContext();
 
     std::cout << "then:      " << outcome(process(text("ten books"), context)) << '\n';
     std::cout << "then:      " << outcome(process(text(""), context)) << '\n';

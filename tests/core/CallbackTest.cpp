@@ -201,5 +201,23 @@ TEST(Callbacks, NeverHangTheirOwnConnector) {
             }
 }
 
+TEST(Callbacks, OfOneConnectorChangeAnother) {
+    LogCapture silence(0);
+    Host outer;
+    Host inner;
+    inner.special->onStop = [&] {
+        EXPECT_THROW(outer.connector->newContext(), std::system_error); // this thread has it, two holds further out
+        EXPECT_EQ(outer.names().size(), 2u);
+    };
+    outer.special->onStop = [&] {
+        inner.connector->removeServiceProvider("special");
+        inner.connector->addServiceProvider("new", provider());
+        EXPECT_NE(inner.connector->newContext(), nullptr);
+    };
+    outer.connector->stop();
+    EXPECT_EQ(inner.special->stops, 1);
+    EXPECT_EQ(inner.names(), (std::set<std::string>{"new", "plain"}));
+}
+
 } // namespace
 } // namespace connector::test
