@@ -16,8 +16,6 @@ from urllib.parse import unquote
 ROOT = Path(__file__).resolve().parent.parent
 OUT = ROOT / "build/docs"
 ORDER = "concepts providers contexts futures connectors threads-and-locks failures logging linking performance design".split()
-# Drawn by ./dev bench --report; until then its alternative text stands for it.
-MEASURED = ROOT / "docs/performance.svg"
 # The site shows this folder as its list of classes.
 HEADERS = ROOT / "connector"
 
@@ -72,7 +70,7 @@ def rewritten(page, match):
     image, text, _, anchor = match.groups()
     path = leads_to(page, match)
     if image:
-        return text if path == MEASURED and not path.exists() else match.group()
+        return match.group()
     if not path.exists():
         return match.group()  # Doxygen or check() says so
     if path == HEADERS:
