@@ -109,9 +109,9 @@ void hashAll(benchmark::State& state) {
         neverYields);
 }
 
-BENCHMARK(make)->Name("address/std::string, make")->ArgName("segments")->Arg(1)->Arg(8);
-BENCHMARK(copy)->Name("address/std::string, copy")->ArgName("segments")->Arg(1)->Arg(8);
-BENCHMARK(move)->Name("address/std::string, move there and back")->ArgName("segments")->Arg(1)->Arg(8);
+BENCHMARK(make)->Name("address/bare string, make")->ArgName("segments")->Arg(1)->Arg(8);
+BENCHMARK(copy)->Name("address/bare string, copy")->ArgName("segments")->Arg(1)->Arg(8);
+BENCHMARK(move)->Name("address/bare string, move there and back")->ArgName("segments")->Arg(1)->Arg(8);
 BENCHMARK(popAll)->Name("address/by hand, take all segments")->ArgName("segments")->Arg(1)->Arg(3)->Arg(8);
 BENCHMARK(hashAll)->Name("address/by hand, hash all segments")->ArgName("segments")->Arg(1)->Arg(3)->Arg(8);
 

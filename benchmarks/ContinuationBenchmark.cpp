@@ -54,12 +54,12 @@ void thenLinks(benchmark::State& state) {
         return connector::then(std::move(value), [](Future<long> resolved) { return resolved.get() + 1; });
     });
 }
-BENCHMARK(thenLinks)->Name("future/boost::future::then, then")->ArgName("links")->Arg(1)->Arg(10)->Arg(100);
+BENCHMARK(thenLinks)->Name("future/Boost.Thread, then")->ArgName("links")->Arg(1)->Arg(10)->Arg(100);
 
 void coroutineLinks(benchmark::State& state) {
     chain(state, [](Future<long>&& value) { return addOne(std::move(value)); });
 }
-BENCHMARK(coroutineLinks)->Name("future/boost::future::then, co_await")->ArgName("links")->Arg(1)->Arg(10)->Arg(100);
+BENCHMARK(coroutineLinks)->Name("future/Boost.Thread, co_await")->ArgName("links")->Arg(1)->Arg(10)->Arg(100);
 
 } // namespace
 } // namespace bench

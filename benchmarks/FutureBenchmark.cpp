@@ -64,7 +64,7 @@ void awaited(benchmark::State& state) {
         },
         neverYields);
 }
-BENCHMARK(awaited)->Name("future/std::promise, awaited");
+BENCHMARK(awaited)->Name("future/standard promise, awaited");
 
 } // namespace
 } // namespace bench

@@ -96,7 +96,7 @@ def table(head, rows):
 
 
 def code(name):
-    """A name as it stands, nothing in it taken for a link."""
+    """A name as it stands."""
     return f"`{name}`"
 
 
