@@ -69,10 +69,10 @@ def leads_to(page, match):
 def rewritten(page, match):
     image, text, _, anchor = match.groups()
     path = leads_to(page, match)
-    if image:
-        return match.group()
     if not path.exists():
         return match.group()  # Doxygen or check() says so
+    if image:  # what Doxygen makes of one doesn't shrink with its page
+        return f'@htmlonly<div class="image"><img src="{path.name}" alt="{html.escape(text)}"/></div>@endhtmlonly'
     if path == HEADERS:
         target = "annotated.html"
     elif path in PAGES:
@@ -169,5 +169,4 @@ else:
     write_sources()
     write_layout()
     print("INPUT +=", *(f'"{page.relative_to(ROOT)}"' for page in PAGES), "build/docs/sources.dox")
-    if (ROOT / "docs/diagrams").is_dir():
-        print("IMAGE_PATH += docs/diagrams")
+    print("HTML_EXTRA_FILES =", *(picture.relative_to(ROOT) for picture in sorted((ROOT / "docs").rglob("*.svg"))))

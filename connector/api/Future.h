@@ -24,6 +24,8 @@ struct FutureAccess;
 ///     Future<T> future(state);                          // for the consumer
 ///     worker.post([state] { state->setValue(compute()); }); // the producer, on any thread
 ///
+/// A Promise (connector/async/Promise.h) does the same, and fails the reply if it dies without an answer.
+///
 /// Ownership: the value is the producer's until it resolves, then the state's, then the consumer's. Dropping a future
 /// neither cancels nor waits. Two futures may be built over one state; its value is still given out once. Threads: one
 /// thread uses a Future object at a time; the producer may be on any other. Memory ordering: what the producer did
