@@ -1,4 +1,3 @@
-#include "support/Allocations.h"
 #include "support/LogCapture.h"
 #include "support/Messages.h"
 
@@ -6,8 +5,6 @@
 
 #include <gmock/gmock.h>
 
-#include <map>
-#include <random>
 #include <stdexcept>
 
 namespace connector::test {
@@ -71,59 +68,6 @@ TEST(Registry, LogsItsChangesUnderTheNamesGiven) {
                 ElementsAre(LogCapture::Record{0x8, "connector::framework", "Adding service provider: ?opt"},
                             LogCapture::Record{0x8, "connector::framework", "Removed service provider: opt"},
                             LogCapture::Record{0x8, "connector::framework", "Removed service provider: x"}));
-}
-
-TEST(Registry, IsUnchangedWhenMemoryRunsOutInARegistration) {
-    for (std::size_t successes = 0;; ++successes) {
-        const auto connector = std::make_shared<ConnectorImpl2>();
-        const auto p = provider();
-        const std::string name = "a name that fits no small string";
-        bool struck = false;
-        try {
-            const AllocationFailure failure(successes, false);
-            connector->addServiceProvider(name, p);
-        } catch (const std::bad_alloc&) {
-            struck = true;
-        }
-        EXPECT_EQ(connector->listServiceProviders().size(), struck ? 0u : 1u);
-        EXPECT_EQ(p->starts, struck ? 0 : 1);
-        EXPECT_EQ(outcome(send(*connector, name)) == "hello@", !struck);
-        if (!struck) {
-            EXPECT_GE(successes, 4u); // two tables, an entry each, and the long name at least
-            break;
-        }
-        connector->addServiceProvider(name, p);
-        EXPECT_EQ(outcome(send(*connector, name)), "hello@");
-    }
-}
-
-// Random registrations, removals and messages beside the same on a std::map: the two tables may never drift apart.
-TEST(Registry, AgreesWithAModel) {
-    const unsigned seed = std::random_device()();
-    SCOPED_TRACE("seed " + std::to_string(seed));
-    std::mt19937 random(seed);
-    const auto connector = std::make_shared<ConnectorImpl2>();
-    std::map<std::string, std::string> model; // key to the name as registered
-    const auto key = [](const std::string& name) { return name.front() == '?' ? name.substr(1) : name; };
-    for (int step = 0; step < 3000; ++step) {
-        const std::string name = (random() % 2 ? "?s" : "s") + std::to_string(random() % 40);
-        switch (random() % 3) {
-        case 0:
-            EXPECT_EQ(errorOf([&] { connector->addServiceProvider(name, provider()); }) == "(none)",
-                      model.emplace(key(name), name).second);
-            break;
-        case 1:
-            connector->removeServiceProvider(name);
-            model.erase(key(name));
-            break;
-        default:
-            EXPECT_EQ(outcome(send(*connector, name + "/x")) == "hello@x", model.count(key(name)) == 1);
-        }
-        std::set<std::string> names;
-        for (const auto& entry : model)
-            names.insert(entry.second);
-        ASSERT_EQ(connector->listServiceProviders(), names);
-    }
 }
 
 } // namespace
