@@ -7,6 +7,7 @@ measured everything.
 import argparse
 import datetime
 import json
+import math
 import platform
 import re
 import statistics
@@ -181,15 +182,16 @@ def plot(with_yield, without):
     for panel, key in enumerate(("services", "segments", "threads")):
         x0 = left + panel * (width + left)
         names = sorted((name for name in with_yield if re.fullmatch(rf"request/floor/{key}:\d+", name)), key=order)
-        highest = max(medians[name][column] for medians, column, *_ in lines for name in names) * 1.1
+        step = 50 * math.ceil(max(medians[name][column] for medians, column, *_ in lines for name in names) / 200)
+        highest = 4 * step
         at_x = [x0 + width * i / max(1, len(names) - 1) for i in range(len(names))]
         parts.append(f'<text x="{x0}" y="{top - 14}" font-weight="bold">ns a request, by {key}</text>')
         for tick in range(5):
             y = top + height * (1 - tick / 4)
             parts.append(f'<line x1="{x0}" y1="{y:.1f}" x2="{x0 + width}" y2="{y:.1f}" stroke="#ddd"/>')
-            parts.append(f'<text x="{x0 - 6}" y="{y + 4:.1f}" text-anchor="end">{highest * tick / 4:,.0f}</text>')
+            parts.append(f'<text x="{x0 - 6}" y="{y + 4:.1f}" text-anchor="end">{step * tick:,}</text>')
         for x, name in zip(at_x, names):
-            parts.append(f'<text x="{x:.1f}" y="{top + height + 18}" text-anchor="middle">{name.split(":")[1]}</text>')
+            parts.append(f'<text x="{x:.1f}" y="{top + height + 18}" text-anchor="middle">{re.sub("000$", "k", name.split(":")[1])}</text>')
         for medians, column, colour, dashes, _ in lines:
             points = " ".join(f"{x:.1f},{top + height * (1 - medians[name][column] / highest):.1f}"
                               for x, name in zip(at_x, names))
