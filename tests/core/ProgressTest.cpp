@@ -32,13 +32,12 @@ public:
         times.push_back(Milliseconds(std::chrono::steady_clock::now() - begin).count());
     }
 
-    void check(const char* name, double percentileLimit, double worstLimit) {
+    bool within(const char* name, double percentileLimit, double worstLimit) {
         std::sort(times.begin(), times.end());
         const double percentile = times[times.size() * 999 / 1000];
         std::cout << name << ": " << times.size() << " times, median " << times[times.size() / 2] << " ms, 99.9 % "
                   << percentile << " ms, worst " << times.back() << " ms\n";
-        EXPECT_LE(percentile, percentileLimit * patience) << name;
-        EXPECT_LE(times.back(), worstLimit * patience) << name;
+        return percentile <= percentileLimit * patience && times.back() <= worstLimit * patience;
     }
 
 private:
@@ -72,7 +71,15 @@ private:
     std::vector<std::thread> threads;
 };
 
-void checkProgress(int count, double percentileLimit, double worstLimit) {
+// What else the machine does can only add to the times.
+bool inOneOfThreeTries(const std::function<bool()>& attempt) {
+    for (int tries = 0; tries < 3; ++tries)
+        if (attempt())
+            return true;
+    return false;
+}
+
+bool progresses(int count, double percentileLimit, double worstLimit) {
     const auto connector = std::make_shared<ConnectorImpl2>();
     Times adding;
     Times removing;
@@ -87,22 +94,25 @@ void checkProgress(int count, double percentileLimit, double worstLimit) {
             making.measure([&] { connector->newContext(); });
         }
     }
-    adding.check("addServiceProvider", percentileLimit, worstLimit);
-    removing.check("removeServiceProvider", percentileLimit, worstLimit);
-    replacing.check("setProcessContext", percentileLimit, worstLimit);
-    making.check("the first newContext", percentileLimit, worstLimit);
+    bool all = true;
+    for (auto& [name, times] : {std::pair<const char*, Times&>{"addServiceProvider", adding},
+                                {"removeServiceProvider", removing},
+                                {"setProcessContext", replacing},
+                                {"the first newContext", making}})
+        all = times.within(name, percentileLimit, worstLimit) && all;
+    return all;
 }
 
 TEST(Progress, OfRegistrationUnderConstantRouting) {
     LogCapture silence(0);
-    checkProgress(rounds(1500), 10, 100);
+    EXPECT_TRUE(inOneOfThreeTries([] { return progresses(rounds(1500), 10, 100); }));
 }
 
 // The line about a message that was not delivered is written under the shared lock.
 TEST(Progress, OfRegistrationUnderConstantRoutingWithASlowSink) {
     LogCapture slow(0x200,
                     [](const LogCapture::Record&) { std::this_thread::sleep_for(std::chrono::microseconds(200)); });
-    checkProgress(rounds(400), 30, 200);
+    EXPECT_TRUE(inOneOfThreeTries([] { return progresses(rounds(400), 30, 200); }));
 }
 
 // Two threads that register without a pause leave room for messages between any two of their turns.
@@ -119,13 +129,16 @@ TEST(Progress, OfRoutingUnderConstantRegistration) {
                 connector->removeServiceProvider(name);
             }
         });
-    Times routing;
-    for (int i = 0; i < rounds(3000); ++i)
-        routing.measure([&] { EXPECT_EQ(outcome(send(*connector, "a")), "hello@"); });
+    // Locked out, one would take until the writers stop.
+    EXPECT_TRUE(inOneOfThreeTries([&] {
+        Times routing;
+        for (int i = 0; i < rounds(3000); ++i)
+            routing.measure([&] { EXPECT_EQ(outcome(send(*connector, "a")), "hello@"); });
+        return routing.within("handle", 50, 500);
+    }));
     done = true;
     for (std::thread& writer : writers)
         writer.join();
-    routing.check("handle", 50, 500); // locked out, it would take until the writers stop
 }
 
 } // namespace
