@@ -38,13 +38,17 @@ namespace {
 } // namespace
 
 ConnectorImpl2::ConnectorImpl2(const std::string& name)
-    : name(name), gate(std::make_unique<RegistryGate>(registryMutex)) {}
+    : gate(std::make_unique<RegistryGate>(registryMutex)), name(name) {}
 
 ConnectorImpl2::~ConnectorImpl2() {
-    const RegistryGate::ExclusiveHold hold(*gate);
-    // Out of the table before any of them dies: a provider's destructor may look at it.
-    const auto dropped = std::move(providers);
-    providers.clear();
+    {
+        const RegistryGate::ExclusiveHold hold(*gate);
+        // Out of the tables before any of them is destroyed: a provider's destructor may look there.
+        const auto dropped = std::exchange(providers, {});
+        names.clear();
+    }
+    // The member is empty before the context is destroyed, and its destructor runs without the lock.
+    processContext.reset();
 }
 
 std::string ConnectorImpl2::getName() const {

@@ -28,8 +28,11 @@ class RegistryGate;
 /// name with or without one leading '?', or by a name that happens to have the same hash.
 ///
 /// Ownership: made by std::make_shared (getPtr() and newContext() throw std::bad_weak_ptr otherwise). Owns its
-/// providers and its process context until they are removed or replaced, or the connector dies; dying stops no
-/// provider. Whoever calls an operation keeps the connector alive until it has returned.
+/// providers and its process context until they are removed or replaced, or the connector is destroyed, which stops no
+/// provider. A caller keeps the connector alive until its call has returned. The one exception is the destructor: the
+/// destructors of the providers and of the process context that it drops may call handle(), listServiceProviders(),
+/// start(), stop() and getName(), and find a connector without providers. They must register nothing; getPtr() and
+/// newContext() throw std::bad_weak_ptr by then, or as under any callback.
 ///
 /// Threads: any thread may call any operation at any time. One reader-writer lock guards the registry and the process
 /// context: shared by handle() until it has found the provider, by listServiceProviders(), start() and stop();
@@ -113,6 +116,10 @@ private:
     // Touched by `gate` only.
     boost::shared_mutex registryMutex;
 
+    // Constant after construction: the holds on registryMutex. Before what they guard: host objects that are destroyed
+    // with it may come back to the connector.
+    const std::unique_ptr<internal::RegistryGate> gate;
+
     // Guarded by registryMutex: shared to read, exclusive to write. Both tables hold the same keys.
     std::unordered_map<std::uint64_t, std::shared_ptr<ServiceProvider>> providers;
     std::unordered_map<std::uint64_t, std::string> names;
@@ -125,9 +132,6 @@ private:
 
     // Atomic, sequentially consistent like the providers' flags: whether new providers are to be started or stopped.
     std::atomic<bool> running{true};
-
-    // Constant after construction: the holds on registryMutex.
-    const std::unique_ptr<internal::RegistryGate> gate;
 };
 
 } // namespace connector

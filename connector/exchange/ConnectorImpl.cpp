@@ -19,7 +19,10 @@ using Reply = std::unique_ptr<Message>;
 ConnectorImpl::ConnectorImpl()
     : exchangeApi(exchange::ExchangeApi::instance()), defaultExchange(exchange::ExchangeApi::defaultInstance()) {}
 
-ConnectorImpl::~ConnectorImpl() = default;
+// The member is empty before the context is destroyed: the context's destructor may come back to the connector.
+ConnectorImpl::~ConnectorImpl() {
+    processContext.reset();
+}
 
 std::string ConnectorImpl::getName() const {
     return exchangeApi->getExchangeName();

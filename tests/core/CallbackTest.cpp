@@ -201,6 +201,23 @@ TEST(Callbacks, NeverHangTheirOwnConnector) {
             }
 }
 
+// The destructors of what a connector drops may come back to it to the end.
+TEST(Callbacks, FromAConnectorsDestructionFindNoProviders) {
+    LogCapture silence(0);
+    std::vector<std::string> found;
+    auto connector = std::make_shared<ConnectorImpl2>("mine");
+    const auto look = [&found, raw = connector.get()](auto* dying) {
+        found.push_back(outcome(send(*raw, "p")) + ", " + std::to_string(raw->listServiceProviders().size()) + " in " +
+                        raw->getName());
+        delete dying; // NOLINT(cppcoreguidelines-owning-memory)
+    };
+    connector->addServiceProvider("p", std::shared_ptr<TestProvider>(new TestProvider, look));
+    connector->setProcessContext(std::shared_ptr<ContextImpl>(new ContextImpl(connector), look));
+    connector.reset();
+    EXPECT_THAT(found, testing::ElementsAre(testing::EndsWith("'p' not found, remainder of address: , 0 in mine"),
+                                            testing::EndsWith("'p' not found, remainder of address: , 0 in mine")));
+}
+
 TEST(Callbacks, OfOneConnectorChangeAnother) {
     LogCapture silence(0);
     Host outer;
