@@ -34,7 +34,7 @@ namespace connector {
 class CONNECTOR_IMPL_EXPORT ContextImpl : public Context, public std::enable_shared_from_this<Context> {
 public:
     /// A context without data that sends through `connector`; without one, nowhere.
-    explicit ContextImpl(std::weak_ptr<Connector> connector = std::weak_ptr<Connector>());
+    ContextImpl(std::weak_ptr<Connector> connector = std::weak_ptr<Connector>());
     ~ContextImpl() override;
 
     std::shared_ptr<Context> newSharedSession() override;

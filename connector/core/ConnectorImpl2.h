@@ -54,7 +54,7 @@ class RegistryGate;
 class CONNECTOR_IMPL_EXPORT ConnectorImpl2 : public Connector, public std::enable_shared_from_this<Connector> {
 public:
     /// A started connector without providers.
-    explicit ConnectorImpl2(const std::string& name = "default");
+    ConnectorImpl2(const std::string& name = "default");
     ~ConnectorImpl2() override;
 
     /// The name given at construction. Takes no lock.

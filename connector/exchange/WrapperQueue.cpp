@@ -17,6 +17,12 @@ WrapperQueue::WrapperQueue(const std::shared_ptr<ServiceProvider>& provider,
                            const boost::weak_ptr<exchange::DefaultExchange>& exchange)
     : MessageQueue(exchange), provider(provider) {}
 
+void WrapperQueue::queueRemoved() {}
+
+void WrapperQueue::deliver(const exchange::Envelope* envelope) {
+    processEnvelope(envelope);
+}
+
 void WrapperQueue::processEnvelope(const exchange::Envelope* envelope) {
     const auto received = envelope ? envelope->getMessage() : boost::shared_ptr<const exchange::Message>();
     const auto* request = dynamic_cast<const WrapperMessage*>(received.get());

@@ -1,5 +1,6 @@
 #include "support/Messages.h"
 
+#include <connector/context/ContextImpl.h>
 #include <connector/core/ConnectorImpl2.h>
 
 #include <gmock/gmock.h>
@@ -8,6 +9,9 @@
 
 namespace connector::test {
 namespace {
+
+static_assert(std::is_convertible_v<std::string, ConnectorImpl2>);
+static_assert(std::is_convertible_v<std::weak_ptr<Connector>, ContextImpl>);
 
 struct Calls {
     int starts, stops;

@@ -32,6 +32,10 @@ struct Own : std::runtime_error {
 };
 struct ForeignReply : exchange::Reply {};
 
+// The queue answers each slot of the exchange's interface itself.
+static_assert(std::is_same_v<decltype(&WrapperQueue::queueRemoved), void (WrapperQueue::*)()>);
+static_assert(std::is_same_v<decltype(&WrapperQueue::deliver), void (WrapperQueue::*)(const exchange::Envelope*)>);
+
 struct Undeliverable : exchange::Message {
     explicit Undeliverable(std::function<ExchangeReply(const exchange::Envelope&)> body) : body(std::move(body)) {}
     ExchangeReply createUndeliverableReply(const exchange::Envelope& envelope) const override { return body(envelope); }

@@ -9,7 +9,7 @@ namespace connector {
 /// The reply that stands for a failure: its text is all that crosses the exchange.
 class ErrorMessage : public foundation::msg_svc::exchange::Reply {
 public:
-    explicit ErrorMessage(const std::string& text) : text(text) {}
+    ErrorMessage(const std::string& text) : text(text) {}
 
     const std::string& getText() const noexcept { return text; }
 

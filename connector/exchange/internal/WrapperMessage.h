@@ -25,7 +25,7 @@ public:
                    std::shared_ptr<Context>&& context) noexcept;
 
     /// A reply, whose message may be empty.
-    explicit WrapperMessage(std::unique_ptr<connector::Message>&& message) noexcept;
+    WrapperMessage(std::unique_ptr<connector::Message>&& message) noexcept;
 
     // Each leaves its field empty.
     std::unique_ptr<connector::Message> takeMessage() const noexcept;

@@ -19,6 +19,12 @@ public:
     WrapperQueue(const std::shared_ptr<ServiceProvider>& provider,
                  const boost::weak_ptr<foundation::msg_svc::exchange::DefaultExchange>& exchange);
 
+    /// Does nothing: the provider may still be called by deliveries that found the queue before.
+    void queueRemoved() override;
+
+    /// Passes `envelope` on to processEnvelope().
+    void deliver(const foundation::msg_svc::exchange::Envelope* envelope) override;
+
     /// Answers a WrapperMessage with a WrapperMessage, or with an ErrorMessage that has the text of the std::exception
     /// with which the provider or its future failed, or that kept the reply from being sent. Blocks until the
     /// provider's future is resolved; what the provider left of message, address and context is destroyed before it
