@@ -1,7 +1,7 @@
+#include "Worker.h"
 #include "support/Host.h"
 #include "support/OneProcessor.h"
 #include "support/Paired.h"
-#include "support/Worker.h"
 
 #include <future>
 #include <stdexcept>

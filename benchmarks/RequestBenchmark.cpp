@@ -118,11 +118,13 @@ BENCHMARK(overExchange)->Name("request/connector, over the exchange");
 
 void answeredByThread(benchmark::State& state) {
     const OneProcessor placed;
+    Worker<Later::Task> worker;
+    Worker<NaiveLater::Task> naiveWorker;
     ConnectorImpl2 connector;
     NaiveRouter router;
     const std::string address = serviceName(0);
-    connector.addServiceProvider(address, std::make_shared<Later>());
-    router.add(address, NaiveLater());
+    connector.addServiceProvider(address, std::make_shared<Later>(worker));
+    router.add(address, NaiveLater(naiveWorker));
     // The worker yields, not this thread.
     compare(
         state, [&] { return request(connector, address); }, [&] { return request(router, address); }, neverYields);

@@ -1,6 +1,8 @@
 // Three services in a row, without a thread that waits for each of them: with then(), and as a coroutine. And one
 // service that doesn't answer.
 
+#include "Worker.h"
+
 #include <connector/async/Cancel.h>
 #include <connector/async/Coroutine.h>
 #include <connector/async/Promise.h>
@@ -8,13 +10,9 @@
 #include <connector/async/TimeLimit.h>
 #include <connector/core/ConnectorImpl2.h>
 
-#include <condition_variable>
-#include <deque>
 #include <future>
 #include <iostream>
-#include <mutex>
 #include <stdexcept>
-#include <thread>
 
 using namespace connector;
 using MessagePtr = std::unique_ptr<Message>;
@@ -32,45 +30,10 @@ std::string& textOf(const MessagePtr& message) {
     return dynamic_cast<Text&>(*message).text;
 }
 
-/// A thread that does what it is given, in that order, and does it all before it dies.
-class Worker {
-public:
-    Worker() : thread([this] { run(); }) {}
-    ~Worker() {
-        post(std::packaged_task<void()>());
-        thread.join();
-    }
-
-    void post(std::packaged_task<void()> task) {
-        const std::lock_guard<std::mutex> lock(mutex);
-        tasks.push_back(std::move(task));
-        changed.notify_one();
-    }
-
-private:
-    void run() {
-        for (;;) {
-            std::unique_lock<std::mutex> lock(mutex);
-            changed.wait(lock, [this] { return !tasks.empty(); });
-            std::packaged_task<void()> task = std::move(tasks.front());
-            tasks.pop_front();
-            lock.unlock();
-            if (!task.valid())
-                return;
-            task();
-        }
-    }
-
-    std::mutex mutex;
-    std::condition_variable changed;
-    std::deque<std::packaged_task<void()>> tasks;
-    std::thread thread;
-};
-
 /// Answers later, on the worker: marks the text with what it did. Refuses a text that has none, at once.
 class Desk : public ServiceProvider {
 public:
-    Desk(Worker& worker, std::string mark) : worker(worker), mark(std::move(mark)) {}
+    Desk(Worker<>& worker, std::string mark) : worker(worker), mark(std::move(mark)) {}
 
     Future<MessagePtr> handle(MessagePtr&& message, Address&&, std::shared_ptr<Context>&&) override {
         if (textOf(message).empty())
@@ -86,7 +49,7 @@ public:
     }
 
 private:
-    Worker& worker;
+    Worker<>& worker;
     const std::string mark;
 };
 
@@ -134,7 +97,7 @@ std::string outcome(Future<MessagePtr> reply) {
 }
 
 int main() {
-    Worker worker;
+    Worker<> worker;
     const auto oracle = std::make_shared<Oracle>();
     const auto connector = std::make_shared<ConnectorImpl2>();
     connector->addServiceProvider("check", std::make_shared<Desk>(worker, "checked"));

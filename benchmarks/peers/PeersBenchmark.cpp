@@ -40,8 +40,9 @@ void framework(benchmark::State& state) {
 
 void frameworkLater(benchmark::State& state) {
     const OneProcessor placed;
+    Worker<Later::Task> worker;
     const auto connector = std::make_shared<connector::ConnectorImpl2>();
-    connector->addServiceProvider(name, std::make_shared<Later>());
+    connector->addServiceProvider(name, std::make_shared<Later>(worker));
     measure(state, [&] { return request(*connector, name); });
 }
 
@@ -53,8 +54,9 @@ void naive(benchmark::State& state) {
 
 void naiveLater(benchmark::State& state) {
     const OneProcessor placed;
+    Worker<NaiveLater::Task> worker;
     NaiveRouter router;
-    router.add(name, NaiveLater());
+    router.add(name, NaiveLater(worker));
     measure(state, [&] { return request(router, name); });
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "Worker.h"
 #include "support/Host.h"
-#include "support/Worker.h"
 
 #include <functional>
 #include <future>
@@ -47,6 +47,14 @@ inline std::future<MessagePtr> naiveEcho(MessagePtr&& message) {
 /// Answers naively from a worker's thread.
 class NaiveLater {
 public:
+    struct Task {
+        std::promise<MessagePtr> promise;
+        MessagePtr message;
+        void operator()() { promise.set_value(std::move(message)); }
+    };
+
+    explicit NaiveLater(Worker<Task>& worker) : worker(&worker) {}
+
     std::future<MessagePtr> operator()(MessagePtr&& message) const {
         Task task{{}, std::move(message)};
         std::future<MessagePtr> future = task.promise.get_future();
@@ -55,18 +63,20 @@ public:
     }
 
 private:
-    struct Task {
-        std::promise<MessagePtr> promise;
-        MessagePtr message;
-        void operator()() { promise.set_value(std::move(message)); }
-    };
-
-    std::shared_ptr<Worker<Task>> worker = std::make_shared<Worker<Task>>();
+    Worker<Task>* worker;
 };
 
 /// A provider that answers from a worker's thread.
 class Later : public connector::ServiceProvider {
 public:
+    struct Task {
+        std::shared_ptr<connector::detail::SharedFutureState<MessagePtr>> state;
+        MessagePtr message;
+        void operator()() { state->setValue(std::move(message)); }
+    };
+
+    explicit Later(Worker<Task>& worker) : worker(worker) {}
+
     Reply handle(MessagePtr&& message, connector::Address&&, std::shared_ptr<connector::Context>&&) override {
         auto state = std::make_shared<connector::detail::SharedFutureState<MessagePtr>>();
         worker.post({state, std::move(message)});
@@ -74,13 +84,7 @@ public:
     }
 
 private:
-    struct Task {
-        std::shared_ptr<connector::detail::SharedFutureState<MessagePtr>> state;
-        MessagePtr message;
-        void operator()() { state->setValue(std::move(message)); }
-    };
-
-    Worker<Task> worker;
+    Worker<Task>& worker;
 };
 
 inline long request(NaiveRouter& router, const std::string& name) {

@@ -5,15 +5,10 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
-#include <condition_variable>
-#include <deque>
-#include <functional>
-#include <mutex>
 #include <numeric>
 #include <ostream>
 #include <sstream>
 #include <stdexcept>
-#include <thread>
 #include <vector>
 
 namespace switchboard {
@@ -88,72 +83,26 @@ class MathService : public ServiceProvider {
     }
 };
 
-/// Has a thread from start() to stop(). The reply goes to the caller as a future that this thread resolves later.
+/// Answers later, on the host's worker. A stopped one refuses; what it accepted before is still answered. It leaves the
+/// thread to the host: stop() and a provider's destructor may run under the connector's lock, and the worker may be
+/// running a continuation that waits for that lock.
 class LaterService : public ServiceProvider {
 public:
-    // A connector that dies, or that goes through an exchange, stops nobody.
-    ~LaterService() override { finish(); }
+    explicit LaterService(Worker<>& worker) : worker(worker) {}
 
 private:
-    struct Job {
-        connector::Promise<std::unique_ptr<Message>> promise;
-        std::unique_ptr<Message> message;
-    };
-
-    void start() override {
-        {
-            const std::lock_guard<std::mutex> lock(mutex);
-            accepting = true;
-        }
-        worker = std::thread([this] { work(); });
-    }
-
-    void stop() override { finish(); }
-
     Reply handle(std::unique_ptr<Message>&& message, Address&&, std::shared_ptr<Context>&&) override {
-        Job job;
-        Reply reply = job.promise.future();
-        {
-            const std::lock_guard<std::mutex> lock(mutex);
-            if (!accepting)
-                throw std::runtime_error("the later service is not running");
-            job.message = std::move(message);
-            jobs.push_back(std::move(job));
-        }
-        changed.notify_one();
+        if (!running)
+            throw std::runtime_error("the later service is not running");
+        connector::Promise<std::unique_ptr<Message>> promise;
+        Reply reply = promise.future();
+        worker.post(std::packaged_task<void()>([promise = std::move(promise), text = textOf(message)]() mutable {
+            promise.setValue(std::make_unique<Text>(text + ", a moment later"));
+        }));
         return reply;
     }
 
-    void work() {
-        std::unique_lock<std::mutex> lock(mutex);
-        for (;;) {
-            changed.wait(lock, [this] { return !jobs.empty() || !accepting; });
-            if (jobs.empty())
-                return;
-            Job job = std::move(jobs.front());
-            jobs.pop_front();
-            lock.unlock();
-            job.promise.setValue(std::make_unique<Text>(textOf(job.message) + ", a moment later"));
-            lock.lock();
-        }
-    }
-
-    // What was accepted is still answered.
-    void finish() {
-        {
-            const std::lock_guard<std::mutex> lock(mutex);
-            accepting = false;
-        }
-        changed.notify_all();
-        if (worker.joinable())
-            worker.join();
-    }
-
-    std::thread worker;
-    std::mutex mutex;
-    std::condition_variable changed;
-    std::deque<Job> jobs;   // guarded by mutex
-    bool accepting = false; // guarded by mutex
+    Worker<>& worker;
 };
 
 class FailService : public ServiceProvider {
@@ -218,13 +167,13 @@ private:
 
 } // namespace
 
-std::shared_ptr<ServiceProvider> makeService(const std::string& kind, std::ostream& out) {
+std::shared_ptr<ServiceProvider> makeService(const std::string& kind, Worker<>& worker, std::ostream& out) {
     if (kind == "text")
         return std::make_shared<TextService>();
     if (kind == "math")
         return std::make_shared<MathService>();
     if (kind == "later")
-        return std::make_shared<LaterService>();
+        return std::make_shared<LaterService>(worker);
     if (kind == "fail")
         return std::make_shared<FailService>();
     if (kind == "store")

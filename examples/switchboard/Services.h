@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Worker.h"
+
 #include <connector/api/ServiceProvider.h>
 
 #include <iosfwd>
@@ -21,10 +23,10 @@ using Reply = connector::Future<std::unique_ptr<connector::Message>>;
 ///
 ///   text   text/upper, text/lower, text/reverse, text/words: the operation is the rest of the address
 ///   math   math/sum: sums the numbers in the text
-///   later  answers from a thread of its own
+///   later  answers from `worker`'s thread
 ///   fail   throws the text as a std::runtime_error; fail/int throws a number
 ///   store  store/set/SCOPE/KEY, store/get/SCOPE/KEY, store/erase/SCOPE/KEY; without SCOPE, all of them
 ///   audit  counts what passes, says so on `out`, and sends it on to the rest of its address
-std::shared_ptr<connector::ServiceProvider> makeService(const std::string& kind, std::ostream& out);
+std::shared_ptr<connector::ServiceProvider> makeService(const std::string& kind, Worker<>& worker, std::ostream& out);
 
 } // namespace switchboard

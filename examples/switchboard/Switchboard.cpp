@@ -66,7 +66,7 @@ void Switchboard::run(const std::string& line) {
 void Switchboard::add(const std::string& arguments) {
     const auto [name, given, split] = splitAtBlank(arguments);
     const std::string kind = split ? given : name.substr(!name.empty() && name.front() == '?');
-    const auto service = makeService(kind, out);
+    const auto service = makeService(kind, worker, out);
     if (!service)
         throw std::invalid_argument("there is no kind of service '" + kind + "'");
     connector->addServiceProvider(name, service);

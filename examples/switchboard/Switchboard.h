@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Worker.h"
+
 #include <connector/api/Connector.h>
 
 #include <cstddef>
@@ -44,6 +46,7 @@ private:
     void enterSession(const std::string& name);
     void request(const std::string& address, const std::string& text);
 
+    Worker<> worker; // for the services that answer later; ends after they were removed
     const std::shared_ptr<connector::Connector> connector;
     std::ostream& out;
     std::set<std::string> added;

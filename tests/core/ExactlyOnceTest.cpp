@@ -1,3 +1,4 @@
+#include "Worker.h"
 #include "support/LogCapture.h"
 #include "support/Messages.h"
 #include "support/Rounds.h"
@@ -8,33 +9,11 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
-#include <mutex>
-#include <thread>
 
 namespace connector::test {
 namespace {
 
 using State = detail::SharedFutureState<MessagePtr>;
-
-/// Answers on a thread of its own, for as long as it lives.
-class LateProvider : public ServiceProvider {
-public:
-    ~LateProvider() override {
-        for (std::thread& thread : threads)
-            thread.join();
-    }
-
-    Reply handle(MessagePtr&& message, Address&&, std::shared_ptr<Context>&&) override {
-        const auto state = std::make_shared<State>();
-        const std::lock_guard<std::mutex> lock(mutex);
-        threads.emplace_back([state, taken = std::move(message)]() mutable { state->setValue(std::move(taken)); });
-        return Reply(state);
-    }
-
-private:
-    std::mutex mutex;
-    std::vector<std::thread> threads; // guarded by mutex
-};
 
 class ExactlyOnce : public testing::TestWithParam<const char*> {
 protected:
@@ -48,6 +27,8 @@ protected:
 // Every way to answer and not to answer, while providers are added, removed, stopped and started: each request ends in
 // one reply or one error, and when all is over every message has died.
 TEST_P(ExactlyOnce, EachRequestEndsInOneReplyOrOneError) {
+    const auto alive = std::make_shared<int>(0);
+    Worker<> worker;
     const std::shared_ptr<Connector> connector = makeConnector();
     const std::vector<std::pair<std::string, std::function<std::shared_ptr<ServiceProvider>()>>> services = {
         {"echo",
@@ -61,9 +42,16 @@ TEST_P(ExactlyOnce, EachRequestEndsInOneReplyOrOneError) {
                  throw 7;
              });
          }},
-        {"late", [] { return std::make_shared<LateProvider>(); }},
+        {"late",
+         [&worker] {
+             return provider([&worker](MessagePtr&& message, auto&&...) {
+                 const auto state = std::make_shared<State>();
+                 worker.post(std::packaged_task<void()>(
+                     [state, taken = std::move(message)]() mutable { state->setValue(std::move(taken)); }));
+                 return Reply(state);
+             });
+         }},
     };
-    const auto alive = std::make_shared<int>(0);
     std::atomic<int> replies{0};
     std::atomic<int> errors{0};
     const int perRound = 20;

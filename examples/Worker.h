@@ -2,15 +2,16 @@
 
 #include <condition_variable>
 #include <deque>
+#include <future>
 #include <mutex>
 #include <thread>
 #include <utility>
 
-namespace bench {
-
-/// A thread that runs tasks in the order of their coming. The same one stands behind every provider that answers from
-/// another thread, the framework's and the others'.
-template <class Task>
+/// A thread that runs the tasks it is given, in that order.
+///
+/// The host owns it, not the providers that post to it: its destructor runs what was posted and waits for the thread.
+/// A provider's stop() and destructor may run under the connector's lock, for which a task may be waiting.
+template <class Task = std::packaged_task<void()>>
 class Worker {
 public:
     Worker() : thread([this] { run(); }) {}
@@ -25,6 +26,7 @@ public:
         thread.join();
     }
 
+    /// Any thread. No task runs under the worker's lock.
     void post(Task task) {
         {
             const std::lock_guard<std::mutex> lock(mutex);
@@ -40,19 +42,19 @@ private:
             changed.wait(lock, [this] { return ended || !tasks.empty(); });
             if (tasks.empty())
                 return;
-            Task task = std::move(tasks.front());
-            tasks.pop_front();
-            lock.unlock();
-            task();
+            {
+                Task task = std::move(tasks.front());
+                tasks.pop_front();
+                lock.unlock();
+                task();
+            }
             lock.lock();
         }
     }
 
     std::mutex mutex;
     std::condition_variable changed;
-    std::deque<Task> tasks;
-    bool ended = false;
+    std::deque<Task> tasks; // guarded by mutex
+    bool ended = false;     // guarded by mutex
     std::thread thread;
 };
-
-} // namespace bench
