@@ -6,8 +6,9 @@ set(rows
     "connector/context=connector/Export.h connector/api/"
     "connector/async=connector/api/"
     "connector/diagnostics=connector/Export.h fl/"
-    "connector/core=connector/Export.h connector/api/ connector/context/ connector/diagnostics/"
-    "connector/exchange=connector/Export.h connector/api/ connector/context/ connector/core/internal/ foundation/"
+    "connector/internal=connector/api/ connector/context/"
+    "connector/core=connector/Export.h connector/api/ connector/context/ connector/internal/ connector/diagnostics/"
+    "connector/exchange=connector/Export.h connector/api/ connector/context/ connector/internal/ foundation/"
     "platform/fl="
     "platform/foundation=fl/except/"
 )

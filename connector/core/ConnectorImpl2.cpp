@@ -1,9 +1,9 @@
 #include <connector/api/ServiceNameHash.h>
 #include <connector/core/ConnectorImpl2.h>
-#include <connector/core/internal/ProcessContext.h>
-#include <connector/core/internal/ProviderLifecycle.h>
 #include <connector/core/internal/RegistryGate.h>
 #include <connector/diagnostics/internal/FrameworkLogger.h>
+#include <connector/internal/ProcessContext.h>
+#include <connector/internal/ProviderLifecycle.h>
 
 #include <exception>
 #include <stdexcept>
@@ -20,10 +20,10 @@ namespace {
     return makeExceptionalFuture<Reply>(std::invalid_argument(text));
 }
 
-// Takes a segment that nobody serves off the address. Returns why the message can't be delivered then, or an empty text
-// if the segment is optional. Not in line, to keep what logging needs away from the way to a provider.
+// Removes a segment that no provider serves from the address. Returns why the message can't be delivered, or an empty
+// text if the segment is optional. Not inline, to keep logging code off the path to a provider.
 [[gnu::noinline]] std::string passOver(Address& address, RegistryGate& gate) {
-    const RegistryGate::Callbacks logSinks(gate);
+    const RegistryGate::CallbackScope logSinks(gate);
     const std::string segment = address.pop();
     if (segment.empty() || segment.front() != '?') {
         std::string text =
@@ -32,6 +32,29 @@ namespace {
         return text;
     }
     FRAMEWORK_LOG(chatter) << "Skipping optional service '" << segment << "'";
+    return {};
+}
+
+struct Route {
+    std::shared_ptr<ServiceProvider> provider;
+    std::uint64_t hash;
+};
+
+// The provider of the first segment that is served, with that segment removed from the address. Without one, no provider
+// and the reason in `failure`.
+template <class Providers>
+Route findRoute(const Providers& providers, RegistryGate& gate, Address& address, std::string& failure) {
+    const RegistryGate::SharedHold hold(gate);
+    while (!address.empty()) {
+        const std::uint64_t hash = address.peekHash();
+        if (const auto found = providers.find(hash); found != providers.end()) {
+            address.popHash();
+            return {found->second, hash};
+        }
+        if (!(failure = passOver(address, gate)).empty())
+            return {};
+    }
+    failure = "No service specified. Address can't be empty.";
     return {};
 }
 
@@ -57,7 +80,7 @@ std::string ConnectorImpl2::getName() const {
 
 void ConnectorImpl2::start() {
     const RegistryGate::SharedHold hold(*gate);
-    const RegistryGate::Callbacks callbacks(*gate);
+    const RegistryGate::CallbackScope callbacks(*gate);
     for (const auto& entry : providers)
         internal::startProvider(*entry.second);
     running.exchange(true);
@@ -66,7 +89,7 @@ void ConnectorImpl2::start() {
 void ConnectorImpl2::stop() {
     running.exchange(false);
     const RegistryGate::SharedHold hold(*gate);
-    const RegistryGate::Callbacks callbacks(*gate);
+    const RegistryGate::CallbackScope callbacks(*gate);
     for (const auto& entry : providers)
         internal::stopProvider(*entry.second);
 }
@@ -115,22 +138,10 @@ std::set<std::string> ConnectorImpl2::listServiceProviders() {
 
 Future<Reply> ConnectorImpl2::handle(std::unique_ptr<Message>&& message, Address&& address,
                                      std::shared_ptr<Context>&& context) {
-    std::shared_ptr<ServiceProvider> provider;
-    std::uint64_t hash = 0;
-    {
-        const RegistryGate::SharedHold hold(*gate);
-        while (!provider) {
-            if (address.empty())
-                return refusal("No service specified. Address can't be empty.");
-            hash = address.peekHash();
-            if (const auto found = providers.find(hash); found != providers.end()) {
-                address.popHash();
-                provider = found->second;
-            } else if (const std::string failure = passOver(address, *gate); !failure.empty()) {
-                return refusal(failure);
-            }
-        }
-    }
+    std::string failure;
+    const auto [provider, hash] = findRoute(providers, *gate, address, failure);
+    if (!provider)
+        return refusal(failure);
     try {
         return provider->handle(std::move(message), std::move(address), std::move(context));
     } catch (const std::exception& exception) {

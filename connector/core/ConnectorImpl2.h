@@ -111,6 +111,7 @@ public:
     std::shared_ptr<Connector> getPtr() override;
 
 private:
+    // The name under which the service of `hash` is registered, empty if it isn't any more.
     std::string registeredName(std::uint64_t hash);
 
     // Touched by `gate` only.

@@ -1,5 +1,5 @@
-#include <connector/core/internal/ProcessContext.h>
-#include <connector/core/internal/ProviderLifecycle.h>
+#include <connector/internal/ProcessContext.h>
+#include <connector/internal/ProviderLifecycle.h>
 #include <connector/exchange/ConnectorImpl.h>
 #include <connector/exchange/internal/ErrorMessage.h>
 #include <connector/exchange/internal/WrapperMessage.h>

@@ -10,145 +10,151 @@
 
 namespace connector::internal {
 
-/// The only way to a connector's registryMutex: shared, exclusive and upgradeable holds as scoped objects, with two
-/// promises that the mutex itself doesn't make.
+/// The only way to a connector's registryMutex: shared, exclusive and upgradeable holds as scoped objects. It adds two
+/// guarantees that boost::shared_mutex lacks:
 ///
-/// Nobody starves. boost::shared_mutex lets readers that keep coming pass a waiting writer, and an upgrade waits for a
-/// moment without readers. Here writers (exclusive and upgradeable holds) take turns by ticket, and one whose turn it
-/// is and that must be alone closes the gate: readers that come later wait until it is done. When it is, all of them
-/// are admitted before the next writer may close the gate again. While no writer waits, a reader pays one relaxed load
-/// for this.
+///     const RegistryGate::SharedHold hold(gate);
+///     const auto found = providers.find(hash);
 ///
-/// Nobody waits for itself. Code of the host's that runs under a hold may come back to the connector. Its thread is
-/// known by then (a Callbacks object announces the hold; while there is none, that is another relaxed load), so a
-/// shared hold inside it is granted without touching the mutex, and one that excludes the outer hold throws
-/// std::system_error (std::errc::resource_deadlock_would_occur).
+/// No starvation. boost::shared_mutex lets a stream of readers overtake a waiting writer. Here writers (exclusive and
+/// upgradeable holds) are served in the order of their arrival, and a writer that must be alone closes the gate first:
+/// readers that arrive later wait until it has finished. Then all of them are admitted before the next writer may close
+/// the gate. While no writer waits, this costs a reader one relaxed load.
+///
+/// No self-deadlock. Host code that runs under a hold may call the connector again. A CallbackScope marks the hold for
+/// its thread, so a shared hold inside it is granted without touching the mutex, and an exclusive or upgradeable one
+/// throws std::system_error (std::errc::resource_deadlock_would_occur). While there is no such scope, this costs a
+/// reader another relaxed load.
 class RegistryGate {
+private:
+    class Turn;
+    class ClosedGate;
+
 public:
+    class CallbackScope;
+    class SharedHold;
+    class ExclusiveHold;
+    class UpgradeableHold;
+
     explicit RegistryGate(boost::shared_mutex& registryMutex) : registryMutex(registryMutex) {}
     RegistryGate(const RegistryGate&) = delete;
     RegistryGate& operator=(const RegistryGate&) = delete;
-
-    /// Stands in a block in which code of the host's may run under a hold of the same thread.
-    class Callbacks {
-    public:
-        explicit Callbacks(RegistryGate& gate) noexcept;
-        Callbacks(const Callbacks&) = delete;
-        Callbacks& operator=(const Callbacks&) = delete;
-        ~Callbacks();
-
-    private:
-        friend class RegistryGate;
-        RegistryGate& gate;
-        const Callbacks* const outer;
-    };
-
-    /// Lets the registry be read, beside other shared holds and one upgradeable hold. In line, like its release: every
-    /// request takes one.
-    class SharedHold {
-    public:
-        explicit SharedHold(RegistryGate& gate) : held(&gate.registryMutex) {
-            if (gate.callbacks.load(std::memory_order_relaxed) != 0 || gate.closed.load(std::memory_order_relaxed) ||
-                !held->try_lock_shared())
-                held = gate.takeSharedSlowly();
-        }
-        SharedHold(const SharedHold&) = delete;
-        SharedHold& operator=(const SharedHold&) = delete;
-        ~SharedHold() {
-            if (held)
-                held->unlock_shared();
-        }
-
-    private:
-        boost::shared_mutex* held; // null inside an outer hold of this thread, which is enough
-    };
-
-private:
-    /// A writer's place in the line, from its coming to its leaving.
-    class Turn {
-    public:
-        explicit Turn(RegistryGate& gate);
-        Turn(const Turn&) = delete;
-        Turn& operator=(const Turn&) = delete;
-        ~Turn();
-
-    private:
-        RegistryGate& gate;
-    };
-
-    /// Keeps new readers out for as long as it lives. Made by the writer whose turn it is.
-    class Closed {
-    public:
-        explicit Closed(RegistryGate& gate);
-        Closed(const Closed&) = delete;
-        Closed& operator=(const Closed&) = delete;
-        ~Closed();
-
-    private:
-        RegistryGate& gate;
-    };
-
-public:
-    /// Lets the registry be changed; excludes every other hold. Callbacks may run under it.
-    class ExclusiveHold {
-    public:
-        explicit ExclusiveHold(RegistryGate& gate)
-            : turn(gate), closed(gate), lock(gate.registryMutex), callbacks(gate) {}
-
-    private:
-        const Turn turn;
-        const Closed closed;
-        const boost::unique_lock<boost::shared_mutex> lock;
-        const Callbacks callbacks;
-    };
-
-    /// Lets the registry be read and, within an Upgrade, be changed; excludes every hold but shared ones. Callbacks may
-    /// run under it.
-    class UpgradeableHold {
-    public:
-        explicit UpgradeableHold(RegistryGate& gate)
-            : gate(gate), turn(gate), lock(gate.registryMutex), callbacks(gate) {}
-
-        class Upgrade {
-        public:
-            explicit Upgrade(UpgradeableHold& hold) : closed(hold.gate), lock(hold.lock) {}
-
-        private:
-            const Closed closed;
-            const boost::upgrade_to_unique_lock<boost::shared_mutex> lock;
-        };
-
-    private:
-        RegistryGate& gate;
-        const Turn turn;
-        boost::upgrade_lock<boost::shared_mutex> lock;
-        const Callbacks callbacks;
-    };
+    ~RegistryGate();
 
 private:
     bool heldByThisThread() const noexcept;
-    boost::shared_mutex* takeSharedSlowly();
+    boost::shared_mutex* lockSharedSlowly();
     void waitForAdmission();
 
     boost::shared_mutex& registryMutex;
 
-    // Relaxed: how many Callbacks there are, of all threads. A thread always sees those of its own in it; the others'
-    // only send it the slow way round.
-    std::atomic<std::uint32_t> callbacks{0};
+    // Relaxed: the number of CallbackScopes, of all threads. A thread always sees its own ones in it; those of other
+    // threads only send it the slow way.
+    std::atomic<std::uint32_t> callbackScopes{0};
 
-    // Relaxed: a hint. A reader that misses it meets the writer at registryMutex and comes to look again under `mutex`.
-    // Changed under `mutex`, by the writer whose turn it is: true from before it asks for registryMutex until after it
-    // let go of it.
+    // Relaxed: a hint. A reader that misses it fails to get registryMutex and looks again under `mutex`. Changed under
+    // `mutex`, by the writer whose turn it is: true from before it asks for registryMutex until it has released it.
     std::atomic<bool> closed{false};
 
-    // Guards everything below; nothing but this class's own code runs under it.
+    // Guards everything below; only this class's own code runs under it.
     std::mutex mutex;
     std::condition_variable changed;
-    std::uint64_t nextTicket = 0;      // the next writer's
-    std::uint64_t servedTicket = 0;    // the writer's whose turn it is
-    std::uint64_t openings = 0;        // how often the gate was opened
-    std::uint32_t waitingReaders = 0;  // in front of the closed gate
-    std::uint32_t admittedReaders = 0; // let in by the last opening, without their hold yet
+    std::uint64_t nextTicket = 0;      // for the next writer
+    std::uint64_t servedTicket = 0;    // of the writer whose turn it is
+    std::uint32_t waitingReaders = 0;  // that wait for the gate to open
+    std::uint32_t admittedReaders = 0; // that the last opening admitted and that have no hold yet
+};
+
+/// Marks a block in which host code may run under a hold of the same thread.
+class RegistryGate::CallbackScope {
+public:
+    explicit CallbackScope(RegistryGate& gate) noexcept;
+    CallbackScope(const CallbackScope&) = delete;
+    CallbackScope& operator=(const CallbackScope&) = delete;
+    ~CallbackScope();
+
+private:
+    friend class RegistryGate;
+    RegistryGate& gate;
+    const CallbackScope* const outer;
+};
+
+/// The registry may be read, together with other shared holds and one upgradeable hold. Inline, like its release: every
+/// request takes one.
+class RegistryGate::SharedHold {
+public:
+    explicit SharedHold(RegistryGate& gate) : held(&gate.registryMutex) {
+        if (gate.callbackScopes.load(std::memory_order_relaxed) != 0 || gate.closed.load(std::memory_order_relaxed) ||
+            !held->try_lock_shared())
+            held = gate.lockSharedSlowly();
+    }
+    SharedHold(const SharedHold&) = delete;
+    SharedHold& operator=(const SharedHold&) = delete;
+    ~SharedHold() {
+        if (held)
+            held->unlock_shared();
+    }
+
+private:
+    boost::shared_mutex* held; // null inside another hold of this thread, which suffices
+};
+
+/// A writer's place in the queue of writers. Waits until it is served.
+class RegistryGate::Turn {
+public:
+    explicit Turn(RegistryGate& gate);
+    Turn(const Turn&) = delete;
+    Turn& operator=(const Turn&) = delete;
+    ~Turn();
+
+private:
+    RegistryGate& gate;
+};
+
+/// Keeps new readers out. Made by the writer whose turn it is.
+class RegistryGate::ClosedGate {
+public:
+    explicit ClosedGate(RegistryGate& gate);
+    ClosedGate(const ClosedGate&) = delete;
+    ClosedGate& operator=(const ClosedGate&) = delete;
+    ~ClosedGate();
+
+private:
+    RegistryGate& gate;
+};
+
+/// The registry may be changed; excludes every other hold. Host code may run under it.
+class RegistryGate::ExclusiveHold {
+public:
+    explicit ExclusiveHold(RegistryGate& gate) : turn(gate), closed(gate), lock(gate.registryMutex), callbacks(gate) {}
+
+private:
+    const Turn turn;
+    const ClosedGate closed;
+    const boost::unique_lock<boost::shared_mutex> lock;
+    const CallbackScope callbacks;
+};
+
+/// The registry may be read and, within an Upgrade, be changed; excludes every hold but shared ones. Host code may run
+/// under it.
+class RegistryGate::UpgradeableHold {
+public:
+    explicit UpgradeableHold(RegistryGate& gate) : gate(gate), turn(gate), lock(gate.registryMutex), callbacks(gate) {}
+
+    class Upgrade {
+    public:
+        explicit Upgrade(UpgradeableHold& hold) : closed(hold.gate), lock(hold.lock) {}
+
+    private:
+        const ClosedGate closed;
+        const boost::upgrade_to_unique_lock<boost::shared_mutex> lock;
+    };
+
+private:
+    RegistryGate& gate;
+    const Turn turn;
+    boost::upgrade_lock<boost::shared_mutex> lock;
+    const CallbackScope callbacks;
 };
 
 } // namespace connector::internal

@@ -1,35 +1,42 @@
 #include <connector/core/internal/RegistryGate.h>
 
+#include <cassert>
 #include <system_error>
 
 namespace connector::internal {
 namespace {
 
-// The holds of this thread under which host code runs, innermost first. Without a destructor, so that the library can
-// be unloaded while threads live.
-thread_local const RegistryGate::Callbacks* innermost = nullptr;
+// This thread's holds under which host code runs, innermost first. Without a destructor, so that the library can be
+// unloaded while threads live.
+thread_local const RegistryGate::CallbackScope* innermost = nullptr;
 
 } // namespace
 
-RegistryGate::Callbacks::Callbacks(RegistryGate& gate) noexcept : gate(gate), outer(innermost) {
-    innermost = this;
-    gate.callbacks.fetch_add(1, std::memory_order_relaxed);
+RegistryGate::~RegistryGate() {
+    assert(callbackScopes.load(std::memory_order_relaxed) == 0 && !closed.load(std::memory_order_relaxed));
+    assert(servedTicket == nextTicket && waitingReaders == 0 && admittedReaders == 0);
 }
 
-RegistryGate::Callbacks::~Callbacks() {
-    gate.callbacks.fetch_sub(1, std::memory_order_relaxed);
+RegistryGate::CallbackScope::CallbackScope(RegistryGate& gate) noexcept : gate(gate), outer(innermost) {
+    innermost = this;
+    gate.callbackScopes.fetch_add(1, std::memory_order_relaxed);
+}
+
+RegistryGate::CallbackScope::~CallbackScope() {
+    assert(innermost == this);
+    gate.callbackScopes.fetch_sub(1, std::memory_order_relaxed);
     innermost = outer;
 }
 
 bool RegistryGate::heldByThisThread() const noexcept {
-    for (const Callbacks* callbacks = innermost; callbacks; callbacks = callbacks->outer)
-        if (&callbacks->gate == this)
+    for (const CallbackScope* scope = innermost; scope; scope = scope->outer)
+        if (&scope->gate == this)
             return true;
     return false;
 }
 
 // Null when this thread has a hold already.
-boost::shared_mutex* RegistryGate::takeSharedSlowly() {
+boost::shared_mutex* RegistryGate::lockSharedSlowly() {
     if (heldByThisThread())
         return nullptr;
     if (closed.load(std::memory_order_relaxed) || !registryMutex.try_lock_shared())
@@ -37,7 +44,8 @@ boost::shared_mutex* RegistryGate::takeSharedSlowly() {
     return &registryMutex;
 }
 
-// Under `mutex` an open gate means that no writer has registryMutex or waits for it, so the shared hold is had at once.
+// With `mutex` held and the gate open, no writer has registryMutex or waits for it, so the shared hold is had at once. A
+// reader that waited finds the gate open whenever it wakes: nobody closes it while admitted readers have no hold.
 void RegistryGate::waitForAdmission() {
     std::unique_lock<std::mutex> lock(mutex);
     if (!closed.load(std::memory_order_relaxed)) {
@@ -45,8 +53,9 @@ void RegistryGate::waitForAdmission() {
         return;
     }
     ++waitingReaders;
-    changed.wait(lock, [this, seen = openings] { return openings != seen; });
+    changed.wait(lock, [this] { return !closed.load(std::memory_order_relaxed); });
     registryMutex.lock_shared();
+    assert(admittedReaders > 0);
     if (--admittedReaders == 0)
         changed.notify_all();
 }
@@ -64,16 +73,15 @@ RegistryGate::Turn::~Turn() {
     gate.changed.notify_all();
 }
 
-RegistryGate::Closed::Closed(RegistryGate& gate) : gate(gate) {
+RegistryGate::ClosedGate::ClosedGate(RegistryGate& gate) : gate(gate) {
     std::unique_lock<std::mutex> lock(gate.mutex);
     gate.changed.wait(lock, [&gate] { return gate.admittedReaders == 0; });
     gate.closed.store(true, std::memory_order_relaxed);
 }
 
-RegistryGate::Closed::~Closed() {
+RegistryGate::ClosedGate::~ClosedGate() {
     const std::lock_guard<std::mutex> lock(gate.mutex);
     gate.closed.store(false, std::memory_order_relaxed);
-    ++gate.openings;
     gate.admittedReaders = gate.waitingReaders;
     gate.waitingReaders = 0;
     gate.changed.notify_all();
