@@ -7,138 +7,72 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
-#include <atomic>
-#include <chrono>
-#include <iostream>
-#include <thread>
+#include <sstream>
 
 namespace connector::test {
 namespace {
 
-using std::chrono::duration;
-using Milliseconds = duration<double, std::milli>;
-
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-constexpr double patience = 10; // everything is that much slower
-#else
-constexpr double patience = 1;
-#endif
-
-class Times {
-public:
-    void measure(const std::function<void()>& operation) {
-        const auto begin = std::chrono::steady_clock::now();
-        operation();
-        times.push_back(Milliseconds(std::chrono::steady_clock::now() - begin).count());
+/// Tells when its process context is made, which happens under the lock.
+struct Observed : ConnectorImpl2 {
+    std::function<void()> onMaking = [] {};
+    std::shared_ptr<Connector> getPtr() override {
+        onMaking();
+        return ConnectorImpl2::getPtr();
     }
-
-    bool within(const char* name, double percentileLimit, double worstLimit) {
-        std::sort(times.begin(), times.end());
-        const double percentile = times[times.size() * 999 / 1000];
-        std::cout << name << ": " << times.size() << " times, median " << times[times.size() / 2] << " ms, 99.9 % "
-                  << percentile << " ms, worst " << times.back() << " ms\n";
-        return percentile <= percentileLimit * patience && times.back() <= worstLimit * patience;
-    }
-
-private:
-    std::vector<double> times;
 };
 
-/// Four threads that route without a pause, as long as it lives.
-class Traffic {
-public:
-    Traffic(Connector& connector, const char* address) {
-        for (int i = 0; i < 4; ++i)
-            threads.emplace_back([this, &connector, address] {
-                while (!done) {
-                    send(connector, address);
-                    ++routed;
-                }
-            });
-    }
-    Traffic(const Traffic&) = delete;
-    Traffic& operator=(const Traffic&) = delete;
-    ~Traffic() {
-        done = true;
-        for (std::thread& thread : threads)
-            thread.join();
-    }
-
-    std::atomic<long> routed{0};
-
-private:
-    std::atomic<bool> done{false};
+/// Holds the lock shared until every operation of `arrivals` waits for it, then lets them run. Returns their order, as
+/// they had the lock. An operation is a letter: a reader (r) routes a message, a writer removes a service (w), adds one
+/// under a taken name (t) or makes the process context (c).
+std::string orderOf(const std::string& arrivals) {
+    const auto connector = std::make_shared<Observed>();
+    const auto special = provider();
+    connector->addServiceProvider("special", special);
+    std::string order; // each operation appends its letter under the lock
+    std::mutex mutex;
+    const auto had = [&](char letter) {
+        const std::lock_guard<std::mutex> lock(mutex);
+        order += letter;
+    };
+    LogCapture log(0x308, [&](const LogCapture::Record& record) {
+        had(record.text[0] == 'M' ? 'r' : record.text[0] == 'R' ? 'w' : record.text[0] == 'S' ? 't' : '+');
+    });
+    connector->onMaking = [&] { had('c'); };
     std::vector<std::thread> threads;
-};
-
-// What else the machine does can only add to the times.
-bool inOneOfThreeTries(const std::function<bool()>& attempt) {
-    for (int tries = 0; tries < 3; ++tries)
-        if (attempt())
-            return true;
-    return false;
+    special->onStop = [&] {
+        for (const char letter : arrivals)
+            threads.push_back(startAndAwaitSleep([&, letter] {
+                if (letter == 'r')
+                    send(*connector, "nobody");
+                else if (letter == 'w')
+                    connector->removeServiceProvider("none");
+                else if (letter == 't')
+                    told([&] { connector->addServiceProvider("?special", provider()); });
+                else
+                    connector->newContext();
+            }));
+    };
+    connector->stop(); // calls the provider with the lock held
+    for (std::thread& thread : threads)
+        thread.join();
+    order.erase(std::remove(order.begin(), order.end(), '+'), order.end()); // written before the lock is asked for
+    return order;
 }
 
-bool progresses(int count, double percentileLimit, double worstLimit) {
-    const auto connector = std::make_shared<ConnectorImpl2>();
-    Times adding;
-    Times removing;
-    Times replacing;
-    Times making;
-    {
-        const Traffic traffic(*connector, "nobody/home");
-        for (int i = 0; i < count; ++i) {
-            adding.measure([&] { connector->addServiceProvider("s", provider()); });
-            removing.measure([&] { connector->removeServiceProvider("s"); });
-            replacing.measure([&] { connector->setProcessContext(nullptr); });
-            making.measure([&] { connector->newContext(); });
-        }
-    }
-    bool all = true;
-    for (auto& [name, times] : {std::pair<const char*, Times&>{"addServiceProvider", adding},
-                                {"removeServiceProvider", removing},
-                                {"setProcessContext", replacing},
-                                {"the first newContext", making}})
-        all = times.within(name, percentileLimit, worstLimit) && all;
-    return all;
-}
-
-TEST(Progress, OfRegistrationUnderConstantRouting) {
-    LogCapture silence(0);
-    EXPECT_TRUE(inOneOfThreeTries([] { return progresses(rounds(1500), 10, 100); }));
-}
-
-// The line about a message that was not delivered is written under the shared lock.
-TEST(Progress, OfRegistrationUnderConstantRoutingWithASlowSink) {
-    LogCapture slow(0x200,
-                    [](const LogCapture::Record&) { std::this_thread::sleep_for(std::chrono::microseconds(200)); });
-    EXPECT_TRUE(inOneOfThreeTries([] { return progresses(rounds(400), 30, 200); }));
-}
-
-// Two threads that register without a pause leave room for messages between any two of their turns.
-TEST(Progress, OfRoutingUnderConstantRegistration) {
-    LogCapture silence(0);
-    const auto connector = std::make_shared<ConnectorImpl2>();
-    connector->addServiceProvider("a", provider());
-    std::atomic<bool> done{false};
-    std::vector<std::thread> writers;
-    for (const char* name : {"x", "y"})
-        writers.emplace_back([&, name] {
-            while (!done) {
-                connector->addServiceProvider(name, provider());
-                connector->removeServiceProvider(name);
-            }
-        });
-    // Locked out, one would take until the writers stop.
-    EXPECT_TRUE(inOneOfThreeTries([&] {
-        Times routing;
-        for (int i = 0; i < rounds(3000); ++i)
-            routing.measure([&] { EXPECT_EQ(outcome(send(*connector, "a")), "hello@"); });
-        return routing.within("handle", 50, 500);
-    }));
-    done = true;
-    for (std::thread& writer : writers)
-        writer.join();
+// Neither overtakes: no reader a writer that waits, and no second writer the readers that waited for the first.
+TEST(Progress, IsInTheOrderOfArrival) {
+    const struct {
+        const char *arrivals, *order;
+    } cases[] = {
+        {"wrrrr", "wrrrr"},      // readers that come later wait for the writer
+        {"crrrr", "crrrr"},      // also while it waits for its upgrade
+        {"trrwrrw", "trrrrww"},  // all that wait are admitted between two writers
+        {"wtcwtcwt", "wtcwtwt"}, // writers are served in turn; the second 'c' finds a context
+        {"crwrtr", "crrrwt"},
+    };
+    for (const auto& expected : cases)
+        for (int round = 0; round < rounds(10); ++round)
+            EXPECT_EQ(orderOf(expected.arrivals), expected.order) << expected.arrivals;
 }
 
 } // namespace

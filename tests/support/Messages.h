@@ -1,5 +1,7 @@
 #pragma once
 
+#include "support/Told.h"
+
 #include <connector/api/Connector.h>
 
 #include <functional>
@@ -75,24 +77,29 @@ std::shared_ptr<TestProvider> provider(Args&&... args) {
     return std::make_shared<TestProvider>(std::forward<Args>(args)...);
 }
 
+/// Answers with the message itself.
+inline std::shared_ptr<TestProvider> echo() {
+    return provider([](MessagePtr&& message, auto&&...) { return makeReadyFuture(std::move(message)); });
+}
+
+/// Throws `exception`, and keeps its message in `kept`, if it is given that.
+template <class E>
+std::shared_ptr<TestProvider> thrower(E exception, MessagePtr* kept = nullptr) {
+    return provider([exception, kept](MessagePtr&& message, auto&&...) -> Reply {
+        if (kept)
+            *kept = std::move(message);
+        throw exception;
+    });
+}
+
 /// Sends a message with `text` and returns the future of its reply.
 inline Reply send(Connector& connector, const std::string& address, std::string text = "hello") {
     return connector.handle(message(std::move(text)), Address(address), nullptr);
 }
 
-/// What a reply says: its text, or the kind and text of its failure.
+/// The text of a reply, or the type and text of its failure.
 inline std::string outcome(Reply&& reply) {
-    try {
-        return text(reply.get());
-    } catch (const std::invalid_argument& error) {
-        return std::string("invalid_argument: ") + error.what();
-    } catch (const std::runtime_error& error) {
-        return std::string("runtime_error: ") + error.what();
-    } catch (const std::exception& error) {
-        return std::string("exception: ") + error.what();
-    } catch (...) {
-        return "not an exception";
-    }
+    return told([&reply] { return text(reply.get()); });
 }
 
 } // namespace connector::test

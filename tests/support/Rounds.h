@@ -1,11 +1,15 @@
 #pragma once
 
-#include <condition_variable>
+#include <boost/thread/barrier.hpp>
+
 #include <cstdlib>
+#include <fstream>
 #include <functional>
-#include <mutex>
+#include <future>
 #include <string>
+#include <sys/syscall.h>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace connector::test {
@@ -16,35 +20,30 @@ inline int rounds(int usual) {
     return factor ? usual * std::stoi(factor) : usual;
 }
 
-/// Lets threads go on together. Without one before each round, threads that have just been started hardly ever meet.
-class Barrier {
-public:
-    explicit Barrier(std::size_t parties) : parties(parties) {}
+using Barrier = boost::barrier;
 
-    void wait() {
-        std::unique_lock<std::mutex> lock(mutex);
-        if (++arrived == parties) {
-            arrived = 0;
-            ++round;
-            changed.notify_all();
-        } else {
-            changed.wait(lock, [this, mine = round] { return round != mine; });
-        }
+/// Runs `body` on a thread of its own, and returns once that thread sleeps or has ended: it waits for something that it
+/// can't have, or for nothing.
+inline std::thread startAndAwaitSleep(std::function<void()> body) {
+    std::promise<long> started;
+    std::future<long> id = started.get_future();
+    std::thread thread([started = std::move(started), body = std::move(body)]() mutable {
+        started.set_value(syscall(SYS_gettid));
+        body();
+    });
+    const std::string status = "/proc/self/task/" + std::to_string(id.get()) + "/stat";
+    for (std::string line = ") R"; !line.empty() && line.at(line.rfind(')') + 2) != 'S'; std::this_thread::yield()) {
+        line.clear();
+        std::getline(std::ifstream(status), line);
     }
+    return thread;
+}
 
-private:
-    const std::size_t parties;
-    std::mutex mutex;
-    std::condition_variable changed;
-    std::size_t arrived = 0;
-    std::size_t round = 0;
-};
-
-/// Runs each of `parts` on a thread of its own, `count` times, all starting each round together. A part gets the
-/// round's number. `between` runs alone before each round.
+/// Runs each of `parts` on a thread of its own, `count` times, all starting each round together: threads that have just
+/// been started hardly ever meet. A part gets the round's number. `between` runs alone before each round.
 inline void race(int count, const std::vector<std::function<void(int)>>& parts,
                  const std::function<void(int)>& between = {}) {
-    Barrier barrier(parts.size() + 1);
+    boost::barrier barrier(static_cast<unsigned>(parts.size() + 1));
     std::vector<std::thread> threads;
     threads.reserve(parts.size());
     for (const auto& part : parts)
