@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Runs the benchmarks of a build, prints their tables and, with --report, writes them into docs/performance.md.
 
-A part that wasn't measured in this run keeps what the document says of it. The README's summary takes a run that
-measured everything.
+Tables that this run didn't measure keep their old content. The README's summary is written only by a run that measured
+everything.
 """
 import argparse
 import datetime
@@ -19,7 +19,7 @@ DOCUMENT = ROOT / "docs/performance.md"
 README = ROOT / "README.md"
 PLOT = ROOT / "docs/performance.svg"
 
-# What we promise: a part of the benchmark's name, with the system's yield and without, the highest ratio.
+# The goals: the start of a benchmark's name, then the highest ratio with the system's yield and without it.
 GOALS = [
     ("request/floor/services:1", 1.03, 1.04),
     ("request/one of one/services:100000", 1.10, 1.10),
@@ -28,7 +28,7 @@ GOALS = [
 ]
 INSTRUCTIONS_GOAL = 1.05
 COUNTS = (1000, 11000)
-# Where a process happens to have its memory moves a ratio, too.
+# A process's memory layout shifts its ratios too, so several processes are measured.
 PROCESSES = 3
 REPETITIONS = 3
 
@@ -51,7 +51,7 @@ def run_once(program, out):
         rounds.setdefault(name, []).append(
             (entry["repetition_index"], entry.get("ns", entry["real_time"]), entry.get("yardstick_ns"),
              entry.get("ratio")))
-    # Benchmarks that run on several threads can't take turns by themselves: their repetitions are the rounds.
+    # Benchmarks on several threads can't alternate with their baseline, so their repetitions serve as rounds.
     for name in [name for name in rounds if name.startswith("threads/framework")]:
         floor = {index: time for index, time, _, _ in rounds.pop(name.replace("framework", "floor"))}
         rounds[name.replace("threads/framework", "request/floor")] = [
@@ -75,7 +75,7 @@ def run(program, out):
 
 
 def count(folder):
-    """Instructions for each request, and allocations, of the framework and of the floor."""
+    """Instructions and allocations per request, for the framework and for the floor."""
     counted = {}
     for kind in ("framework", "floor"):
         totals = []
@@ -97,7 +97,7 @@ def table(head, rows):
 
 
 def code(name):
-    """A name as it stands."""
+    """A name in code font."""
     return f"`{name}`"
 
 
@@ -116,11 +116,11 @@ def goals(with_yield, without):
             if name == part or name.startswith(part + "/"):
                 rows.append([code(name), f"{with_yield[name][2]:.3f}", verdict(with_yield[name][2], first),
                              f"{without[name][2]:.3f}", verdict(without[name][2], second)])
-    return table(["what / beside what", "with yield", "goal", "without", "goal"], rows)
+    return table(["benchmark / baseline", "with yield", "goal", "without", "goal"], rows)
 
 
 def order(name):
-    """Digits by value."""
+    """Sorts numbers in names by value."""
     return [int(part) if part.isdigit() else part for part in re.split(r"(\d+)", name)]
 
 
@@ -129,13 +129,13 @@ def ratios(with_yield, without):
     for name in sorted((name for name in with_yield if with_yield[name][2] is not None), key=order):
         rows.append([code(name)] + [text for ns, yardstick, ratio in (with_yield[name], without[name])
                               for text in (nanoseconds(ns), nanoseconds(yardstick), f"{ratio:.3f}")])
-    return table(["what / beside what", "ns", "beside", "ratio", "without yield, ns", "beside", "ratio"], rows)
+    return table(["benchmark / baseline", "ns", "baseline", "ratio", "without yield, ns", "baseline", "ratio"], rows)
 
 
 def times(with_yield, without):
     rows = [[code(name), nanoseconds(with_yield[name][0]), nanoseconds(without[name][0])]
             for name in sorted(with_yield, key=order) if with_yield[name][2] is None]
-    return table(["what", "ns", "without yield, ns"], rows)
+    return table(["benchmark", "ns", "without yield, ns"], rows)
 
 
 def instructions(counted):
@@ -143,21 +143,22 @@ def instructions(counted):
     ratio = ours / floor
     return table(["", "framework", "floor", "ratio", "goal"],
                  [["instructions", f"{ours:,.1f}", f"{floor:,.1f}", f"{ratio:.3f}", verdict(ratio, INSTRUCTIONS_GOAL)],
-                  ["allocations, one of them the caller's", f"{allocations:g}", f"{floor_allocations:g}", "", ""]])
+                  ["allocations, including the caller's one", f"{allocations:g}", f"{floor_allocations:g}", "", ""]])
 
 
 def summary(with_yield, without, counted, peers):
-    """What the README says."""
+    """The README's table."""
     request = "request/floor/services:1"
     own, _, ratio = without[request]
     others = [(name.split(": ")[1], ns) for name, (ns, *_) in peers.items()
               if name.startswith("worker thread") and "mutex" not in name]
-    threads = ", ".join(f"{name} {ns / 1000:.1f} µs" for name, ns in sorted(others, key=lambda other: other[1]))
+    threads = "; ".join(f"{name} {ns / 1000:.1f} µs" for name, ns in sorted(others, key=lambda other: other[1]))
     return table(["", ""], [
-        ["a request and its reply in process", f"{own:.0f} ns, {ratio:.2f} times the straight line of the same steps, "
-         f"written by hand; {with_yield[request][0] / 1000:.1f} µs with the yield that lets a waiting consumer go on"],
-        ["allocations for it", f"{counted['framework'][1] - 1:g} besides the caller's own"],
-        ["one service of 100,000 instead of the only one",
+        ["a request and its reply, in process",
+         f"{with_yield[request][2]:.2f} times the same steps written by hand: {with_yield[request][0] / 1000:.1f} µs; "
+         f"with `sched_yield` stubbed, {ratio:.2f} times: {own:.0f} ns"],
+        ["allocations per request", f"{counted['framework'][1] - 1:g} besides the caller's own"],
+        ["a request to one of 100,000 services, compared with the only service",
          f"{without['request/one of one/services:100000'][2]:.2f} times as long"],
         ["answered by another thread, on one processor", threads]])
 
@@ -173,19 +174,19 @@ def machine(context):
 
 
 def plot(with_yield, without):
-    """Three panels: nanoseconds a request over services, segments and threads."""
+    """Three panels: nanoseconds per request by services, segments and threads."""
     width, height, left, top = 250, 190, 60, 40
     parts = ['<svg xmlns="http://www.w3.org/2000/svg" width="960" height="310" font-family="sans-serif" font-size="12">',
              '<rect width="960" height="310" fill="white"/>']
     lines = [(with_yield, 0, "#1f5fa8", "", "framework, with the yield"), (with_yield, 1, "#1f5fa8", "4 3", "floor"),
-             (without, 0, "#b8501e", "", "framework, without it"), (without, 1, "#b8501e", "4 3", "floor")]
+             (without, 0, "#b8501e", "", "framework, without the yield"), (without, 1, "#b8501e", "4 3", "floor")]
     for panel, key in enumerate(("services", "segments", "threads")):
         x0 = left + panel * (width + left)
         names = sorted((name for name in with_yield if re.fullmatch(rf"request/floor/{key}:\d+", name)), key=order)
         step = 50 * math.ceil(max(medians[name][column] for medians, column, *_ in lines for name in names) / 200)
         highest = 4 * step
         at_x = [x0 + width * i / max(1, len(names) - 1) for i in range(len(names))]
-        parts.append(f'<text x="{x0}" y="{top - 14}" font-weight="bold">ns a request, by {key}</text>')
+        parts.append(f'<text x="{x0}" y="{top - 14}" font-weight="bold">ns per request, by {key}</text>')
         for tick in range(5):
             y = top + height * (1 - tick / 4)
             parts.append(f'<line x1="{x0}" y1="{y:.1f}" x2="{x0 + width}" y2="{y:.1f}" stroke="#ddd"/>')
@@ -205,7 +206,7 @@ def plot(with_yield, without):
 
 
 def write(path, sections):
-    """Puts each section between its two marks."""
+    """Replaces the text between each section's two markers."""
     text = path.read_text()
     for name, section in sections.items():
         begin, end = f"<!-- measured: {name} -->", f"<!-- end of {name} -->"
@@ -217,9 +218,9 @@ def write(path, sections):
 
 def main():
     arguments = argparse.ArgumentParser(description=__doc__)
-    arguments.add_argument("folder", type=Path, help="where the benchmarks were built")
-    arguments.add_argument("--instructions", action="store_true", help="count instructions with callgrind, too")
-    arguments.add_argument("--peers", action="store_true", help="run what else people use, too")
+    arguments.add_argument("folder", type=Path, help="the folder with the built benchmarks")
+    arguments.add_argument("--instructions", action="store_true", help="also count instructions with callgrind")
+    arguments.add_argument("--peers", action="store_true", help="also measure alternatives")
     arguments.add_argument("--report", action="store_true", help=f"write into {DOCUMENT.relative_to(ROOT)}")
     asked = arguments.parse_args()
 
@@ -233,7 +234,7 @@ def main():
         sections["instructions"] = instructions(counted)
     if asked.peers:
         peers = run(asked.folder / "peers", results / "peers.json")[1]
-        sections["peers"] = table(["what", "ns"], [[code(name), nanoseconds(peers[name][0])]
+        sections["peers"] = table(["setup", "ns"], [[code(name), nanoseconds(peers[name][0])]
                                                    for name in sorted(peers, key=lambda name: peers[name][0])])
     print("\n\n".join(sections.values()))
     if asked.report:

@@ -10,7 +10,7 @@ struct Text : Message {
     std::string text;
 };
 
-/// A service: answers messages, here with what it got of each.
+/// A provider: answers with the message's text, the rest of the address and a value from the context.
 class Bar : public ServiceProvider {
     Future<MessagePtr> handle(MessagePtr&& message, Address&& rest, std::shared_ptr<Context>&& context) override {
         const auto guest = boost::any_cast<std::string>(context->get("guest"));
