@@ -7,9 +7,9 @@
 using namespace connector;
 using MessagePtr = std::unique_ptr<Message>;
 
-/// A message that says who sent it.
+/// A message that records the thread that sent it.
 struct Hail : Message {
-    std::thread::id sender = std::this_thread::get_id();
+    std::thread::id caller = std::this_thread::get_id();
 };
 
 class Idle : public ServiceProvider {
@@ -18,7 +18,7 @@ class Idle : public ServiceProvider {
     }
 };
 
-/// Tries to register something from wherever it is called.
+/// Tries to register a service from each of its functions.
 class Registrar : public ServiceProvider {
 public:
     explicit Registrar(Connector& connector) : connector(connector) {}
@@ -27,20 +27,21 @@ private:
     void start() override { tryFrom("start"); }
     void stop() override { tryFrom("stop"); }
     Future<MessagePtr> handle(MessagePtr&& message, Address&&, std::shared_ptr<Context>&&) override {
-        if (dynamic_cast<Hail&>(*message).sender == std::this_thread::get_id())
-            std::cout << "handle: runs on the sender's thread\n";
+        if (dynamic_cast<Hail&>(*message).caller == std::this_thread::get_id())
+            std::cout << "handle: runs on the caller's thread\n";
         tryFrom("handle");
         return makeReadyFuture(std::move(message));
     }
 
     void tryFrom(const std::string& where) {
         try {
-            connector.addServiceProvider("made in " + where, std::make_shared<Idle>());
+            connector.addServiceProvider("added in " + where, std::make_shared<Idle>());
             std::cout << where << ": registered a service\n";
         } catch (const std::system_error& error) {
             if (error.code() == std::errc::resource_deadlock_would_occur)
-                std::cout << where << ": refused, instead of waiting for ever; reading works: "
-                          << connector.listServiceProviders().size() << " services\n";
+                std::cout << where
+                          << ": refused, it would deadlock; reading works: " << connector.listServiceProviders().size()
+                          << " services\n";
         }
     }
 
@@ -49,7 +50,7 @@ private:
 
 int main() {
     const auto connector = std::make_shared<ConnectorImpl2>();
-    connector->addServiceProvider("registrar", std::make_shared<Registrar>(*connector)); // starts it after unlocking
+    connector->addServiceProvider("registrar", std::make_shared<Registrar>(*connector)); // start(): no lock is held
     std::thread([&] { connector->handle(std::make_unique<Hail>(), Address("registrar"), nullptr).get(); }).join();
-    connector->stop(); // stops it under the shared lock
+    connector->stop(); // stop(): under the shared lock
 }
