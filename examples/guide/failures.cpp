@@ -16,7 +16,7 @@ class Printer : public ServiceProvider {
         const MessagePtr taken = std::move(message);
         const std::string how = rest.toString();
         if (how == "forget")
-            return Promise<MessagePtr>().future(); // a promise that dies unanswered
+            return Promise<MessagePtr>().future(); // a promise that is destroyed unresolved
         if (how == "queue")
             return waiting.future();
         throw std::domain_error("out of paper");
@@ -26,18 +26,18 @@ class Printer : public ServiceProvider {
 };
 
 int main() {
-    fl::log::setEnabledSeverityMask("connector::framework", 0); // failures are logged, too
+    fl::log::setEnabledSeverityMask("connector::framework", 0); // failures are also logged
     auto connector = std::make_shared<ConnectorImpl2>();
     connector->addServiceProvider("printer", std::make_shared<Printer>());
     const auto context = connector->newContext();
 
     const auto request = [&context](const char* address) {
         MessagePtr message = std::make_unique<Empty>();
-        auto reply = context->handle(std::move(message), Address(address)); // throws none of what follows
-        cancel(reply); // gives up at once; a reply that has failed already stays as it is
+        auto reply = context->handle(std::move(message), Address(address)); // doesn't throw the failures
+        cancel(reply); // gives up at once; doesn't change a reply that has failed already
         try {
             reply.get();
-        } catch (const std::exception& error) { // a standard type, or the provider's own
+        } catch (const std::exception& error) { // a standard type, or one that the provider threw
             std::cout << error.what() << (message ? " (message kept)\n" : " (message taken)\n");
         }
     };
