@@ -22,7 +22,7 @@ class Echo : public ServiceProvider {
     }
 };
 
-/// Sends the same requests through either.
+/// Sends the same requests through any connector.
 void demonstrate(Connector& connector) {
     connector.addServiceProvider("echo", std::make_shared<Echo>());
     const auto context = connector.newContext();
@@ -32,9 +32,9 @@ void demonstrate(Connector& connector) {
         try {
             std::cout << dynamic_cast<Text&>(*context->handle(std::move(message), Address(address)).get()).text << '\n';
         } catch (const std::exception& error) {
-            const bool own = typeid(error) == typeid(std::out_of_range);
-            std::cout << (own ? "its own exception, " : "failed: ") << error.what()
-                      << (message ? "; the message came back\n" : "\n");
+            const bool original = typeid(error) == typeid(std::out_of_range);
+            std::cout << (original ? "original exception: " : "failed: ") << error.what()
+                      << (message ? "; message kept\n" : "\n");
         }
     };
     request("echo", "hello");
