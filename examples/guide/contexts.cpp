@@ -4,7 +4,7 @@
 
 using namespace connector;
 
-/// Prints what a context finds of the notes that were left at the five scopes.
+/// Prints which of the five values below a context finds.
 void print(const char* name, const Context& context) {
     std::cout << name << ':';
     for (const char* key : {"in Process", "in SharedSession", "in Session", "in Request", "in Local"})
@@ -28,8 +28,8 @@ int main() {
     print("newSharedSession", *alice->newSharedSession());
     print("newContext", *connector->newContext());
 
-    // A store is shared both ways, and between siblings.
+    // Contexts that share a store see each other's changes.
     alice->newRequest()->set("colour", "green", ContextScope::Session);
-    std::cout << "her next request has " << boost::any_cast<const char*>(alice->newRequest()->get("colour")) << '\n';
-    std::cout << "another session has " << (alice->newSession()->has("colour") ? "it, too" : "none") << '\n';
+    std::cout << "Alice's next request: " << boost::any_cast<const char*>(alice->newRequest()->get("colour")) << '\n';
+    std::cout << "another session: " << (alice->newSession()->has("colour") ? "green" : "none") << '\n';
 }
