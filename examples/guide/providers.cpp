@@ -13,7 +13,7 @@ struct Text : Message {
     std::string text;
 };
 
-/// Answers at once, or refuses.
+/// Answers at once, or throws.
 class Length : public ServiceProvider {
     Future<MessagePtr> handle(MessagePtr&& message, Address&&, std::shared_ptr<Context>&&) override {
         auto& text = dynamic_cast<Text&>(*message).text;
@@ -24,7 +24,7 @@ class Length : public ServiceProvider {
     }
 };
 
-/// Answers later: one request, when the host says so.
+/// Answers one request, later: when the host calls answer().
 class Clerk : public ServiceProvider {
 public:
     void answer() { promise.setValue(std::make_unique<Text>("your turn")); }
@@ -37,16 +37,16 @@ private:
     Promise<MessagePtr> promise;
 };
 
-/// An interceptor: sees what goes to the services behind it, and sends it on in the sender's context.
+/// An interceptor: prints each message and sends it on to the next service, in the caller's context.
 class Audit : public ServiceProvider {
     Future<MessagePtr> handle(MessagePtr&& message, Address&& rest, std::shared_ptr<Context>&& context) override {
-        std::cout << "audit: '" << dynamic_cast<Text&>(*message).text << "' goes to " << rest.toString() << '\n';
+        std::cout << "audit: '" << dynamic_cast<Text&>(*message).text << "' is sent on to " << rest.toString() << '\n';
         return context->handle(std::move(message), std::move(rest));
     }
 };
 
 int main() {
-    fl::log::setEnabledSeverityMask("connector::framework", 0); // what a service throws is logged, too
+    fl::log::setEnabledSeverityMask("connector::framework", 0); // exceptions of providers are also logged
     const auto connector = std::make_shared<ConnectorImpl2>();
     const auto clerk = std::make_shared<Clerk>();
     connector->addServiceProvider("length", std::make_shared<Length>());
