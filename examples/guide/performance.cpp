@@ -9,7 +9,7 @@ using MessagePtr = std::unique_ptr<Message>;
 
 static std::size_t allocations = 0;
 
-// Not in line: g++ would take std::free() for a mistake there.
+// Not inlined: g++ would otherwise warn that std::free() doesn't match operator new.
 [[gnu::noinline]] void* operator new(std::size_t size) {
     ++allocations;
     if (void* const block = std::malloc(size))
