@@ -24,7 +24,7 @@ int main() {
     const auto connector = std::make_shared<ConnectorImpl2>();
     connector->addServiceProvider("echo", std::make_shared<Echo>());
 
-    // A service's key is the hash of its name; one that is taken is refused, not mixed up.
+    // Services are keyed by the hash of their names; a second name with the same hash is refused.
     connector->addServiceProvider("aB", std::make_shared<Echo>());
     try {
         connector->addServiceProvider("b!", std::make_shared<Echo>());
@@ -32,9 +32,9 @@ int main() {
         std::cout << error.what() << '\n';
     }
 
-    // Changes get their turn, though messages are routed without a pause.
+    // Registrations make progress while messages are routed without a pause.
     std::atomic<bool> changed{false};
-    std::thread sender([&] {
+    std::thread caller([&] {
         while (!changed)
             connector->handle(std::make_unique<Empty>(), Address("echo"), nullptr).get();
     });
@@ -43,10 +43,10 @@ int main() {
         connector->removeServiceProvider("guest");
     }
     changed = true;
-    sender.join();
+    caller.join();
     std::cout << "200 changes under load\n";
 
-    // Continuations run one after another, not inside each other.
+    // Continuations run in a loop, not inside each other.
     Promise<int> promise;
     Future<int> last = promise.future();
     for (int i = 0; i < 100000; ++i)
