@@ -173,7 +173,7 @@ TEST_F(Connectors, RouteToTheFirstServiceThatTheAddressNames) {
     }
 }
 
-TEST_F(Connectors, LeaveAnUndeliveredMessageWithItsSender) {
+TEST_F(Connectors, LeaveAnUndeliveredMessageWithItsCaller) {
     LogCapture silence(0);
     for (const char* address : {"", "?x", "z/y"}) {
         MessagePtr sent = message("mine");
