@@ -1,6 +1,10 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cstddef>
+#include <new>
+#include <string>
 
 namespace connector::test {
 
@@ -26,5 +30,32 @@ public:
     /// Whether it came to that.
     static bool struck();
 };
+
+/// Calls `round` with a function that runs an operation and tells what it gives. In the first round the first
+/// allocation of each such operation fails, in the next the second, and so on until none fails; then again with all
+/// later ones failing, too.
+template <class Round>
+void withEachAllocationFailing(Round round) {
+    for (const bool forEver : {false, true}) {
+        bool struck = true;
+        for (std::size_t successes = 0; struck; ++successes) {
+            SCOPED_TRACE("allocation " + std::to_string(successes) + (forEver ? " and all later ones" : ""));
+            struck = false;
+            round([&](auto&& operation) {
+                const AllocationFailure failure(successes, forEver);
+                std::string got = "done"; // short texts, which need no memory
+                try {
+                    operation();
+                } catch (const std::bad_alloc&) {
+                    got = "bad_alloc";
+                } catch (...) {
+                    got = "failed";
+                }
+                struck = AllocationFailure::struck() || struck;
+                return got;
+            });
+        }
+    }
+}
 
 } // namespace connector::test
