@@ -1,3 +1,5 @@
+// The exported form of what is in line elsewhere.
+#define CONNECTOR_ADDRESS_INLINE
 #include <connector/api/Address.h>
 
 namespace connector {

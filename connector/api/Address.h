@@ -24,43 +24,31 @@ namespace connector {
 class CONNECTOR_API_EXPORT Address {
 public:
     /// An address without segments.
-    Address() noexcept = default;
+    Address() noexcept;
 
     /// The segments of `text`. The text is kept as it is; nothing is escaped and no form is refused.
-    explicit Address(std::string text) noexcept : text(std::move(text)), position(this->text.empty() ? exhausted : 0) {}
+    explicit Address(std::string text) noexcept;
 
     /// The segments that `other` has left.
-    Address(const Address& other) = default;
+    Address(const Address& other);
 
     /// Takes the segments over and leaves `other` empty.
-    Address(Address&& other) noexcept
-        : text(std::move(other.text)), position(std::exchange(other.position, exhausted)) {}
+    Address(Address&& other) noexcept;
 
     /// As the copy constructor. If it throws std::bad_alloc, nothing has changed.
     Address& operator=(const Address& other);
 
     /// As the move constructor. An address that is moved to itself stays what it was.
-    Address& operator=(Address&& other) noexcept {
-        if (this != &other) {
-            text = std::move(other.text);
-            position = std::exchange(other.position, exhausted);
-        }
-        return *this;
-    }
+    Address& operator=(Address&& other) noexcept;
 
-    ~Address() = default;
+    ~Address();
 
     /// Whether no segment is left.
-    bool empty() const noexcept { return position == exhausted; }
+    bool empty() const noexcept { return position == exhausted(); }
 
     /// Removes the first segment and returns its text as written, a leading '?' included. With no segment left, returns
     /// the empty text. Throws std::bad_alloc when the text can't be copied; the segment then stays.
-    std::string pop() {
-        const std::string_view segment = first();
-        std::string taken(segment);
-        drop(segment);
-        return taken;
-    }
+    std::string pop();
 
     /// serviceNameHash of the first segment, or of the empty text with no segment left. Costs time in the segment's
     /// length.
@@ -68,17 +56,15 @@ public:
 
     /// Removes the first segment and returns the hash that peekHash() would have given. In line: a caller who has
     /// peeked already and ignores the result doesn't pay for the hash again.
-    std::uint64_t popHash() noexcept {
-        const std::string_view segment = first();
-        drop(segment);
-        return serviceNameHash(segment);
-    }
+    std::uint64_t popHash() noexcept;
 
     /// The segments still left, joined by '/'.
     std::string toString() const;
 
 private:
-    static constexpr std::size_t exhausted = std::string::npos;
+    // A function: a static member would be a unique symbol in whatever is compiled without optimisation, and a library
+    // with one of those is never unloaded.
+    static constexpr std::size_t exhausted() noexcept { return std::string::npos; }
 
     std::string_view rest() const noexcept {
         return empty() ? std::string_view() : std::string_view(text.data() + position, text.size() - position);
@@ -90,12 +76,56 @@ private:
         if (empty())
             return;
         position += segment.size();
-        position = position == text.size() ? exhausted : position + 1;
+        position = position == text.size() ? exhausted() : position + 1;
     }
 
     std::string text;
     // Where the first segment that is left begins in `text`. It may be the text's end: a last segment that is empty.
-    std::size_t position = exhausted;
+    std::size_t position = exhausted();
 };
+
+// Defined in line for speed. The library exports all of them besides, for a caller that looks them up, or whose compiler
+// puts nothing in line: Address.cpp compiles these same lines without the keyword.
+#if !defined(CONNECTOR_ADDRESS_INLINE)
+#define CONNECTOR_ADDRESS_INLINE inline
+#endif
+
+// NOLINTBEGIN(misc-definitions-in-headers): without the keyword only in Address.cpp
+CONNECTOR_ADDRESS_INLINE Address::Address() noexcept = default;
+
+CONNECTOR_ADDRESS_INLINE Address::Address(std::string text) noexcept
+    : text(std::move(text)), position(this->text.empty() ? exhausted() : 0) {}
+
+CONNECTOR_ADDRESS_INLINE Address::Address(const Address& other) = default;
+
+CONNECTOR_ADDRESS_INLINE Address::Address(Address&& other) noexcept
+    : text(std::move(other.text)), position(std::exchange(other.position, exhausted())) {}
+
+CONNECTOR_ADDRESS_INLINE Address& Address::operator=(Address&& other) noexcept {
+    if (this != &other) {
+        text = std::move(other.text);
+        position = std::exchange(other.position, exhausted());
+    }
+    return *this;
+}
+
+CONNECTOR_ADDRESS_INLINE Address::~Address() = default;
+
+CONNECTOR_ADDRESS_INLINE std::string Address::pop() {
+    const std::string_view segment = first();
+    std::string taken(segment);
+    drop(segment);
+    return taken;
+}
+
+CONNECTOR_ADDRESS_INLINE std::uint64_t Address::popHash() noexcept {
+    const std::string_view segment = first();
+    drop(segment);
+    return serviceNameHash(segment);
+}
+
+// NOLINTEND(misc-definitions-in-headers)
+
+#undef CONNECTOR_ADDRESS_INLINE
 
 } // namespace connector

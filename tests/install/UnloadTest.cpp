@@ -77,6 +77,13 @@ TEST(Unload, UnmapsAPluginThatUsedTheFramework) {
     boost::log::core::get()->remove_sink(sink);
 }
 
+TEST(Interface, HasTheOperationsOfAddressForCallersThatPutNothingInLine) {
+    const Module library(INTERFACE);
+    for (const std::string operation : {"C1Ev", "C1ENSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEE", "C1ERKS0_",
+                                        "C1EOS0_", "D1Ev", "aSERKS0_", "aSEOS0_", "3popB5cxx11Ev", "7popHashEv"})
+        EXPECT_NO_THROW(library.symbol<void()>(("_ZN9connector7Address" + operation).c_str())) << operation;
+}
+
 TEST(Unload, LeavesTheIdentityAsItWas) {
     const Module module(IMPLEMENTATION);
     EXPECT_STREQ(module.symbol<const char* const>("libqzconnectorframeworkimpl_build_date"), "Aug  7 2018");
