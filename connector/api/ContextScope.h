@@ -1,5 +1,7 @@
 #pragma once
 
+#include <connector/Export.h>
+
 namespace connector {
 
 /// Whom a context's value is shared with, from all to none. A value outside these five names no scope: operations of a

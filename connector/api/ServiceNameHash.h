@@ -1,5 +1,7 @@
 #pragma once
 
+#include <connector/Export.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
