@@ -10,8 +10,7 @@ struct Text : Message {
 };
 
 class Greeter : public ServiceProvider {
-    Future<std::unique_ptr<Message>> handle(std::unique_ptr<Message>&& message, Address&&,
-                                            std::shared_ptr<Context>&&) override {
+    Reply handle(std::unique_ptr<Message>&& message, Address&&, std::shared_ptr<Context>&&) override {
         auto& text = dynamic_cast<Text&>(*message).text;
         text = "Hello, " + text + "!";
         return makeReadyFuture(std::move(message));

@@ -13,7 +13,7 @@
 namespace bench {
 
 using MessagePtr = std::unique_ptr<connector::Message>;
-using Reply = connector::Future<MessagePtr>;
+using connector::Reply;
 
 struct Number : connector::Message {
     explicit Number(long number) : number(number) {}

@@ -3,8 +3,8 @@
 #include <connector/Export.h>
 #include <connector/api/Address.h>
 #include <connector/api/Context.h>
-#include <connector/api/Future.h>
 #include <connector/api/Message.h>
+#include <connector/api/Reply.h>
 #include <connector/api/ServiceProvider.h>
 
 #include <memory>
@@ -50,8 +50,7 @@ public:
     /// Delivers `message` to the provider that the front of `address` names, with the rest of the address and `context`
     /// (which may be empty), and returns the future of its reply. A message that can't be delivered, and an exception
     /// of the provider, come back in that future.
-    virtual Future<std::unique_ptr<Message>> handle(std::unique_ptr<Message>&& message, Address&& address,
-                                                    std::shared_ptr<Context>&& context) = 0;
+    virtual Reply handle(std::unique_ptr<Message>&& message, Address&& address, std::shared_ptr<Context>&& context) = 0;
 
     /// A new context, derived from the connector's process context. Never empty.
     virtual std::shared_ptr<Context> newContext() = 0;

@@ -3,8 +3,8 @@
 #include <connector/Export.h>
 #include <connector/api/Address.h>
 #include <connector/api/ContextScope.h>
-#include <connector/api/Future.h>
 #include <connector/api/Message.h>
+#include <connector/api/Reply.h>
 
 #include <boost/any.hpp>
 
@@ -65,7 +65,7 @@ public:
     /// Sends `message` to `address` through the connector that made this context, carrying this context. Otherwise as
     /// Connector::handle(). When the connector is gone, the reply fails with std::runtime_error ("Connector instance
     /// went away!") and message and address stay with the caller.
-    virtual Future<std::unique_ptr<Message>> handle(std::unique_ptr<Message>&& message, Address&& address) = 0;
+    virtual Reply handle(std::unique_ptr<Message>&& message, Address&& address) = 0;
 
 protected:
     Context();

@@ -3,8 +3,8 @@
 #include <connector/Export.h>
 #include <connector/api/Address.h>
 #include <connector/api/Context.h>
-#include <connector/api/Future.h>
 #include <connector/api/Message.h>
+#include <connector/api/Reply.h>
 
 #include <atomic>
 #include <memory>
@@ -39,8 +39,7 @@ public:
     ///
     /// No lock of a connector is held: any operation of the same connector may be called. Only when the sender is a
     /// callback under a lock, that callback's rules hold here too.
-    virtual Future<std::unique_ptr<Message>> handle(std::unique_ptr<Message>&& message, Address&& address,
-                                                    std::shared_ptr<Context>&& context) = 0;
+    virtual Reply handle(std::unique_ptr<Message>&& message, Address&& address, std::shared_ptr<Context>&& context) = 0;
 
     /// Whether a connector has started this provider. Connectors change it only by atomic exchange, and call start() or
     /// stop() only when that changed it, so neither is ever called twice in a row.

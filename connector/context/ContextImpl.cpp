@@ -125,7 +125,7 @@ ContextData* ContextImpl::existing(ContextScope scope) const noexcept {
     return nullptr;
 }
 
-Future<std::unique_ptr<Message>> ContextImpl::handle(std::unique_ptr<Message>&& message, Address&& address) {
+Reply ContextImpl::handle(std::unique_ptr<Message>&& message, Address&& address) {
     if (const std::shared_ptr<Connector> connector = weakConnector.lock())
         return connector->handle(std::move(message), std::move(address), newLocal());
     return makeExceptionalFuture<std::unique_ptr<Message>>(std::runtime_error("Connector instance went away!"));

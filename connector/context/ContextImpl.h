@@ -53,7 +53,7 @@ public:
     /// Passes newLocal() on as the message's context, so a derived class decides there what travels. Keeps the
     /// connector alive for the length of the call. What the connector's handle() throws passes on. Without a connector
     /// the reply fails as Context::handle() says.
-    Future<std::unique_ptr<Message>> handle(std::unique_ptr<Message>&& message, Address&& address) override;
+    Reply handle(std::unique_ptr<Message>&& message, Address&& address) override;
 
 protected:
     /// The store of a scope, made if there is none yet. set() and the derivations ask for stores through these only, so

@@ -12,12 +12,11 @@
 namespace connector {
 
 using internal::RegistryGate;
-using Reply = std::unique_ptr<Message>;
 
 namespace {
 
-[[gnu::cold, gnu::noinline]] Future<Reply> refusal(const std::string& text) {
-    return makeExceptionalFuture<Reply>(std::invalid_argument(text));
+[[gnu::cold, gnu::noinline]] Reply refusal(const std::string& text) {
+    return makeExceptionalFuture<std::unique_ptr<Message>>(std::invalid_argument(text));
 }
 
 // Removes a segment that no provider serves from the address. Returns why the message can't be delivered, or an empty
@@ -136,8 +135,8 @@ std::set<std::string> ConnectorImpl2::listServiceProviders() {
     return listed;
 }
 
-Future<Reply> ConnectorImpl2::handle(std::unique_ptr<Message>&& message, Address&& address,
-                                     std::shared_ptr<Context>&& context) {
+Reply ConnectorImpl2::handle(std::unique_ptr<Message>&& message, Address&& address,
+                             std::shared_ptr<Context>&& context) {
     std::string failure;
     const auto [provider, hash] = findRoute(providers, *gate, address, failure);
     if (!provider)
@@ -147,10 +146,10 @@ Future<Reply> ConnectorImpl2::handle(std::unique_ptr<Message>&& message, Address
     } catch (const std::exception& exception) {
         FRAMEWORK_LOG(warning) << "Propogating exception received from service '" << registeredName(hash)
                                << "': " << exception.what();
-        return makeExceptionalFuture<Reply>();
+        return makeExceptionalFuture<std::unique_ptr<Message>>();
     } catch (...) {
         FRAMEWORK_LOG(warning) << "Propogating exception received from service '" << registeredName(hash) << "'";
-        return makeExceptionalFuture<Reply>();
+        return makeExceptionalFuture<std::unique_ptr<Message>>();
     }
 }
 

@@ -97,8 +97,7 @@ public:
     ///
     /// Finding the provider costs one hash and one look-up for each segment looked at, whatever the number of services,
     /// and allocates nothing when the first one is served.
-    Future<std::unique_ptr<Message>> handle(std::unique_ptr<Message>&& message, Address&& address,
-                                            std::shared_ptr<Context>&& context) override;
+    Reply handle(std::unique_ptr<Message>&& message, Address&& address, std::shared_ptr<Context>&& context) override;
 
     /// A new context from newSharedSession() of the process context, which is made if there is none. All contexts that
     /// one connector hands out share their Process data, unless a process context of the host's does otherwise. Throws

@@ -1,9 +1,9 @@
-#include <connector/internal/ProcessContext.h>
-#include <connector/internal/ProviderLifecycle.h>
 #include <connector/exchange/ConnectorImpl.h>
 #include <connector/exchange/internal/ErrorMessage.h>
 #include <connector/exchange/internal/WrapperMessage.h>
 #include <connector/exchange/internal/WrapperQueue.h>
+#include <connector/internal/ProcessContext.h>
+#include <connector/internal/ProviderLifecycle.h>
 #include <foundation/msg_svc/exchange/DefaultExchange.h>
 
 #include <boost/smart_ptr/make_shared.hpp>
@@ -14,7 +14,6 @@
 namespace connector {
 
 namespace exchange = foundation::msg_svc::exchange;
-using Reply = std::unique_ptr<Message>;
 
 ConnectorImpl::ConnectorImpl()
     : exchangeApi(exchange::ExchangeApi::instance()), defaultExchange(exchange::ExchangeApi::defaultInstance()) {}
@@ -50,18 +49,17 @@ std::set<std::string> ConnectorImpl::listServiceProviders() {
     throw std::runtime_error("Listing service providers isn't supported by this implementation.");
 }
 
-Future<Reply> ConnectorImpl::handle(std::unique_ptr<Message>&& message, Address&& address,
-                                    std::shared_ptr<Context>&& context) {
+Reply ConnectorImpl::handle(std::unique_ptr<Message>&& message, Address&& address, std::shared_ptr<Context>&& context) {
     const std::string service = address.pop();
     if (service.empty())
-        return makeExceptionalFuture<Reply>(std::invalid_argument("Address can't be empty."));
+        return makeExceptionalFuture<std::unique_ptr<Message>>(std::invalid_argument("Address can't be empty."));
     const auto request = boost::make_shared<WrapperMessage>(std::move(message), std::move(address), std::move(context));
     const auto reply = exchangeApi->submitWithReply(request, exchange::Address(getName(), service)).get();
     if (const auto* answer = dynamic_cast<const WrapperMessage*>(reply.get()))
         return makeReadyFuture(answer->takeMessage());
     if (const auto* error = dynamic_cast<const ErrorMessage*>(reply.get()))
-        return makeExceptionalFuture<Reply>(std::runtime_error(error->getText()));
-    return makeExceptionalFuture<Reply>(std::runtime_error("Unknown error!"));
+        return makeExceptionalFuture<std::unique_ptr<Message>>(std::runtime_error(error->getText()));
+    return makeExceptionalFuture<std::unique_ptr<Message>>(std::runtime_error("Unknown error!"));
 }
 
 std::shared_ptr<Context> ConnectorImpl::newContext() {

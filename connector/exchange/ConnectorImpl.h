@@ -86,8 +86,7 @@ public:
     ///
     /// The first segment is gone from `address`. If it was empty, or there was no memory for a request, `message` and
     /// `context` are still the caller's; else they are the request's, which dies with all that nobody took from it.
-    Future<std::unique_ptr<Message>> handle(std::unique_ptr<Message>&& message, Address&& address,
-                                            std::shared_ptr<Context>&& context) override;
+    Reply handle(std::unique_ptr<Message>&& message, Address&& address, std::shared_ptr<Context>&& context) override;
 
     /// A new context from newSharedSession() of the process context, which is made if there is none. Throws
     /// std::bad_weak_ptr when a process context is to be made and no std::shared_ptr owns the connector,

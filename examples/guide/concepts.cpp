@@ -3,7 +3,6 @@
 #include <iostream>
 
 using namespace connector;
-using MessagePtr = std::unique_ptr<Message>;
 
 struct Text : Message {
     explicit Text(std::string text) : text(std::move(text)) {}
@@ -12,7 +11,7 @@ struct Text : Message {
 
 /// A provider: answers with the message's text, the rest of the address and a value from the context.
 class Bar : public ServiceProvider {
-    Future<MessagePtr> handle(MessagePtr&& message, Address&& rest, std::shared_ptr<Context>&& context) override {
+    Reply handle(std::unique_ptr<Message>&& message, Address&& rest, std::shared_ptr<Context>&& context) override {
         const auto guest = boost::any_cast<std::string>(context->get("guest"));
         auto& text = dynamic_cast<Text&>(*message).text;
         text += " x " + rest.toString() + " for " + guest;
@@ -28,7 +27,7 @@ int main() {
     session->set("guest", std::string("Ada"), ContextScope::Session);
 
     for (const char* address : {"bar/coffee/black", "?waiter/bar/tea"}) {
-        Future<MessagePtr> reply = session->handle(std::make_unique<Text>("two"), Address(address));
+        Reply reply = session->handle(std::make_unique<Text>("two"), Address(address));
         std::cout << address << ": " << dynamic_cast<Text&>(*reply.get()).text << '\n';
     }
 }

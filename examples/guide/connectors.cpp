@@ -7,7 +7,6 @@
 #include <typeinfo>
 
 using namespace connector;
-using MessagePtr = std::unique_ptr<Message>;
 
 struct Text : Message {
     explicit Text(std::string text) : text(std::move(text)) {}
@@ -15,7 +14,7 @@ struct Text : Message {
 };
 
 class Echo : public ServiceProvider {
-    Future<MessagePtr> handle(MessagePtr&& message, Address&&, std::shared_ptr<Context>&&) override {
+    Reply handle(std::unique_ptr<Message>&& message, Address&&, std::shared_ptr<Context>&&) override {
         if (dynamic_cast<Text&>(*message).text == "fail")
             throw std::out_of_range("too loud");
         return makeReadyFuture(std::move(message));
@@ -27,7 +26,7 @@ void demonstrate(Connector& connector) {
     connector.addServiceProvider("echo", std::make_shared<Echo>());
     const auto context = connector.newContext();
     const auto request = [&context](const char* address, const char* text) {
-        MessagePtr message = std::make_unique<Text>(text);
+        std::unique_ptr<Message> message = std::make_unique<Text>(text);
         std::cout << "  " << address << ": ";
         try {
             std::cout << dynamic_cast<Text&>(*context->handle(std::move(message), Address(address)).get()).text << '\n';

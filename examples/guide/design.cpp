@@ -9,12 +9,11 @@
 #include <thread>
 
 using namespace connector;
-using MessagePtr = std::unique_ptr<Message>;
 
 struct Empty : Message {};
 
 class Echo : public ServiceProvider {
-    Future<MessagePtr> handle(MessagePtr&& message, Address&&, std::shared_ptr<Context>&&) override {
+    Reply handle(std::unique_ptr<Message>&& message, Address&&, std::shared_ptr<Context>&&) override {
         return makeReadyFuture(std::move(message));
     }
 };

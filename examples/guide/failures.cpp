@@ -12,7 +12,7 @@ using MessagePtr = std::unique_ptr<Message>;
 struct Empty : Message {};
 
 class Printer : public ServiceProvider {
-    Future<MessagePtr> handle(MessagePtr&& message, Address&& rest, std::shared_ptr<Context>&&) override {
+    Reply handle(MessagePtr&& message, Address&& rest, std::shared_ptr<Context>&&) override {
         const MessagePtr taken = std::move(message);
         const std::string how = rest.toString();
         if (how == "forget")

@@ -5,7 +5,6 @@
 #include <new>
 
 using namespace connector;
-using MessagePtr = std::unique_ptr<Message>;
 
 static std::size_t allocations = 0;
 
@@ -26,7 +25,7 @@ static std::size_t allocations = 0;
 struct Number : Message {};
 
 class Echo : public ServiceProvider {
-    Future<MessagePtr> handle(MessagePtr&& message, Address&&, std::shared_ptr<Context>&&) override {
+    Reply handle(std::unique_ptr<Message>&& message, Address&&, std::shared_ptr<Context>&&) override {
         return makeReadyFuture(std::move(message));
     }
 };
@@ -41,7 +40,7 @@ int main() {
         std::cout << what << ": " << allocations - before << '\n';
         before = allocations;
     };
-    MessagePtr message = std::make_unique<Number>();
+    std::unique_ptr<Message> message = std::make_unique<Number>();
     count("the message     ");
     Address address("echo/any/rest");
     count("a short address ");

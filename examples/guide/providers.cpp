@@ -15,7 +15,7 @@ struct Text : Message {
 
 /// Answers at once, or throws.
 class Length : public ServiceProvider {
-    Future<MessagePtr> handle(MessagePtr&& message, Address&&, std::shared_ptr<Context>&&) override {
+    Reply handle(MessagePtr&& message, Address&&, std::shared_ptr<Context>&&) override {
         auto& text = dynamic_cast<Text&>(*message).text;
         if (text.empty())
             throw std::invalid_argument("nothing to measure");
@@ -32,14 +32,14 @@ public:
 private:
     void start() override { std::cout << "clerk: open\n"; }
     void stop() override { std::cout << "clerk: closed\n"; }
-    Future<MessagePtr> handle(MessagePtr&&, Address&&, std::shared_ptr<Context>&&) override { return promise.future(); }
+    Reply handle(MessagePtr&&, Address&&, std::shared_ptr<Context>&&) override { return promise.future(); }
 
     Promise<MessagePtr> promise;
 };
 
 /// An interceptor: prints each message and sends it on to the next service, in the caller's context.
 class Audit : public ServiceProvider {
-    Future<MessagePtr> handle(MessagePtr&& message, Address&& rest, std::shared_ptr<Context>&& context) override {
+    Reply handle(MessagePtr&& message, Address&& rest, std::shared_ptr<Context>&& context) override {
         std::cout << "audit: '" << dynamic_cast<Text&>(*message).text << "' is sent on to " << rest.toString() << '\n';
         return context->handle(std::move(message), std::move(rest));
     }
@@ -55,7 +55,7 @@ int main() {
     const auto send = [&context](std::string text, const char* address) {
         return context->handle(std::make_unique<Text>(std::move(text)), Address(address));
     };
-    const auto print = [](Future<MessagePtr> reply) {
+    const auto print = [](Reply reply) {
         try {
             const MessagePtr message = reply.get();
             std::cout << "reply: " << dynamic_cast<Text&>(*message).text << '\n';

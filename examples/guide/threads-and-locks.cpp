@@ -5,7 +5,6 @@
 #include <thread>
 
 using namespace connector;
-using MessagePtr = std::unique_ptr<Message>;
 
 /// A message that records the thread that sent it.
 struct Hail : Message {
@@ -13,7 +12,7 @@ struct Hail : Message {
 };
 
 class Idle : public ServiceProvider {
-    Future<MessagePtr> handle(MessagePtr&& message, Address&&, std::shared_ptr<Context>&&) override {
+    Reply handle(std::unique_ptr<Message>&& message, Address&&, std::shared_ptr<Context>&&) override {
         return makeReadyFuture(std::move(message));
     }
 };
@@ -26,7 +25,7 @@ public:
 private:
     void start() override { tryFrom("start"); }
     void stop() override { tryFrom("stop"); }
-    Future<MessagePtr> handle(MessagePtr&& message, Address&&, std::shared_ptr<Context>&&) override {
+    Reply handle(std::unique_ptr<Message>&& message, Address&&, std::shared_ptr<Context>&&) override {
         if (dynamic_cast<Hail&>(*message).caller == std::this_thread::get_id())
             std::cout << "handle: runs on the caller's thread\n";
         tryFrom("handle");

@@ -17,7 +17,7 @@ struct Text : connector::Message {
     std::string text;
 };
 
-using Reply = connector::Future<std::unique_ptr<connector::Message>>;
+using connector::Reply;
 
 /// A new provider of the kind, or null for a kind that doesn't exist:
 ///

@@ -33,7 +33,7 @@ public:
     std::shared_ptr<Context> takeContext() const noexcept;
 
     /// An ErrorMessage: "No service named: NAME", with the name of the queue that isn't there.
-    boost::shared_ptr<const Reply>
+    boost::shared_ptr<const foundation::msg_svc::exchange::Reply>
     createUndeliverableReply(const foundation::msg_svc::exchange::Envelope& envelope) const override;
 
 private:

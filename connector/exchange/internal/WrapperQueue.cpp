@@ -30,8 +30,7 @@ void WrapperQueue::processEnvelope(const exchange::Envelope* envelope) {
         throw exchange::UnexpectedMessage(typeid(WrapperMessage), received.get());
     const exchange::Routing routing(envelope->getRouting(), this->exchange());
     try {
-        Future<std::unique_ptr<Message>> reply =
-            provider->handle(request->takeMessage(), request->takeAddress(), request->takeContext());
+        Reply reply = provider->handle(request->takeMessage(), request->takeAddress(), request->takeContext());
         sendReply(routing, boost::make_shared<WrapperMessage>(reply.get()));
     } catch (const std::exception& exception) {
         sendReply(routing, boost::make_shared<ErrorMessage>(exception.what()));
