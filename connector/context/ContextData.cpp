@@ -1,7 +1,6 @@
 #include <connector/context/ContextData.h>
 
 #include <cstddef>
-#include <utility>
 
 namespace connector {
 
@@ -10,14 +9,16 @@ boost::any ContextData::get(const std::string& key) const {
     return value ? *value : boost::any();
 }
 
-// The value is moved in: a copy could throw after the key has been inserted.
+// Swapped, not copied: a copy could throw after the key has been inserted. The earlier value is destroyed last, with
+// the parameter.
 void ContextData::set(const std::string& key, boost::any value) {
-    values[key] = std::move(value);
+    values[key].swap(value);
 }
 
 boost::any ContextData::erase(const std::string& key) {
-    const std::size_t removed = values.erase(key);
-    return removed;
+    // Removed from the table before it is destroyed: the value's destructor may use the table.
+    const auto removed = values.extract(key);
+    return std::size_t{removed.empty() ? 0U : 1U};
 }
 
 } // namespace connector

@@ -9,24 +9,25 @@
 
 namespace connector {
 
-/// The data of one scope, shared by every context that sees that scope and freed with the last of them. An empty value
-/// counts as a value. Takes no lock: reading from several threads is safe, writing beside anything else is not.
+/// The data of one scope, owned by the contexts that share it. An empty value counts as a value. Takes no lock: several
+/// threads may read at once; the host must keep set() and erase() apart from every other use.
 class CONNECTOR_IMPL_EXPORT ContextData {
 public:
-    /// Whether there is a value of `key`.
+    /// Whether `key` has a value.
     bool contains(const std::string& key) const { return find(key) != nullptr; }
 
     /// A copy of the value of `key`, or an empty boost::any.
     boost::any get(const std::string& key) const;
 
-    /// Stores `value` under `key`, replacing what was there. If memory runs out, std::bad_alloc is thrown and nothing
-    /// has changed.
+    /// Stores `value` under `key`, replacing an earlier value. If it throws std::bad_alloc, nothing has changed. The
+    /// destructor of the earlier value may use this store.
     void set(const std::string& key, boost::any value);
 
-    /// Removes `key`. Returns the number of entries removed (0 or 1) as a std::size_t.
+    /// Removes `key`. Returns the number of entries removed (0 or 1) as a std::size_t. The destructor of the value may
+    /// use this store.
     boost::any erase(const std::string& key);
 
-    /// The stored value itself, or null. Good until the next set() or erase().
+    /// The stored value itself, or null. Valid until the next set() or erase().
     const boost::any* find(const std::string& key) const {
         const auto found = values.find(key);
         return found == values.end() ? nullptr : &found->second;

@@ -1,10 +1,18 @@
 #include <connector/context/ContextImpl.h>
 
+#include <array>
+#include <cassert>
+#include <cstddef>
 #include <stdexcept>
 #include <utility>
 
 namespace connector {
 namespace {
+
+// A value that is none of the five gives an index that no array of five has.
+constexpr std::size_t indexOf(ContextScope scope) noexcept {
+    return static_cast<std::size_t>(scope);
+}
 
 std::shared_ptr<ContextData> storeIn(std::shared_ptr<ContextData>& slot) {
     if (!slot)
@@ -35,6 +43,7 @@ std::shared_ptr<Context> ContextImpl::newLocal() {
 }
 
 std::shared_ptr<Context> ContextImpl::derive(ContextScope innermostShared) {
+    assert(innermostShared <= ContextScope::Session);
     auto child = std::make_shared<ContextImpl>(weakConnector);
     child->processData = getProcess();
     if (innermostShared >= ContextScope::SharedSession)
@@ -45,33 +54,19 @@ std::shared_ptr<Context> ContextImpl::derive(ContextScope innermostShared) {
 }
 
 void ContextImpl::set(const std::string& key, boost::any value, ContextScope scope) {
-    std::shared_ptr<ContextData> store;
-    switch (scope) {
-    case ContextScope::Process:
-        store = getProcess();
-        break;
-    case ContextScope::SharedSession:
-        store = getSharedSession();
-        break;
-    case ContextScope::Session:
-        store = getSession();
-        break;
-    case ContextScope::Request:
-        store = getRequest();
-        break;
-    case ContextScope::Local:
-        store = getLocal();
-        break;
-    default:
+    constexpr std::array accessors{&ContextImpl::getProcess, &ContextImpl::getSharedSession, &ContextImpl::getSession,
+                                   &ContextImpl::getRequest, &ContextImpl::getLocal};
+    if (indexOf(scope) >= accessors.size())
         return;
-    }
+    const std::shared_ptr<ContextData> store = (this->*accessors[indexOf(scope)])();
+    assert(store);
     store->set(key, std::move(value));
 }
 
 boost::any ContextImpl::erase(const std::string& key) {
-    for (const auto* slot : {&processData, &sharedSessionData, &sessionData, &requestData, &localData})
-        if (*slot)
-            (*slot)->erase(key);
+    for (const auto store : stores())
+        if (const std::shared_ptr<ContextData>& data = this->*store)
+            data->erase(key);
     return boost::any();
 }
 
@@ -102,27 +97,17 @@ bool ContextImpl::has(const std::string& key, ContextScope scope) const {
 }
 
 const boost::any* ContextImpl::find(const std::string& key) const {
-    for (const auto* slot : {&localData, &requestData, &sessionData, &sharedSessionData, &processData})
-        if (*slot)
-            if (const boost::any* value = (*slot)->find(key))
+    constexpr auto all = stores();
+    for (auto store = all.rbegin(); store != all.rend(); ++store)
+        if (const std::shared_ptr<ContextData>& data = this->**store)
+            if (const boost::any* value = data->find(key))
                 return value;
     return nullptr;
 }
 
 ContextData* ContextImpl::existing(ContextScope scope) const noexcept {
-    switch (scope) {
-    case ContextScope::Process:
-        return processData.get();
-    case ContextScope::SharedSession:
-        return sharedSessionData.get();
-    case ContextScope::Session:
-        return sessionData.get();
-    case ContextScope::Request:
-        return requestData.get();
-    case ContextScope::Local:
-        return localData.get();
-    }
-    return nullptr;
+    constexpr auto all = stores();
+    return indexOf(scope) < all.size() ? (this->*all[indexOf(scope)]).get() : nullptr;
 }
 
 Reply ContextImpl::handle(std::unique_ptr<Message>&& message, Address&& address) {
