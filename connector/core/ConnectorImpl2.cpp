@@ -5,6 +5,7 @@
 #include <connector/internal/ProcessContext.h>
 #include <connector/internal/ProviderLifecycle.h>
 
+#include <cassert>
 #include <exception>
 #include <stdexcept>
 #include <utility>
@@ -19,8 +20,8 @@ namespace {
     return makeExceptionalFuture<std::unique_ptr<Message>>(std::invalid_argument(text));
 }
 
-// Removes a segment that no provider serves from the address. Returns why the message can't be delivered, or an empty
-// text if the segment is optional. Not inline, to keep logging code off the path to a provider.
+// Removes a segment without a provider from the address. Returns why the message can't be delivered, or an empty text
+// if the segment is optional. Not inline, so that the path to a provider contains no logging code.
 [[gnu::noinline]] std::string passOver(Address& address, RegistryGate& gate) {
     const RegistryGate::CallbackScope logSinks(gate);
     const std::string segment = address.pop();
@@ -39,14 +40,15 @@ struct Route {
     std::uint64_t hash;
 };
 
-// The provider of the first segment that is served, with that segment removed from the address. Without one, no provider
-// and the reason in `failure`.
+// The provider of the first segment that has one, with that segment removed from the address; or no provider, with the
+// reason in `failure`.
 template <class Providers>
 Route findRoute(const Providers& providers, RegistryGate& gate, Address& address, std::string& failure) {
     const RegistryGate::SharedHold hold(gate);
     while (!address.empty()) {
         const std::uint64_t hash = address.peekHash();
         if (const auto found = providers.find(hash); found != providers.end()) {
+            assert(found->second);
             address.popHash();
             return {found->second, hash};
         }
@@ -57,6 +59,12 @@ Route findRoute(const Providers& providers, RegistryGate& gate, Address& address
     return {};
 }
 
+// Both tables hold the same keys: checked after each change, for the key that was changed.
+template <class Providers, class Names>
+[[maybe_unused]] bool agree(const Providers& providers, const Names& names, std::uint64_t hash) {
+    return providers.size() == names.size() && providers.count(hash) == names.count(hash);
+}
+
 } // namespace
 
 ConnectorImpl2::ConnectorImpl2(const std::string& name)
@@ -65,12 +73,13 @@ ConnectorImpl2::ConnectorImpl2(const std::string& name)
 ConnectorImpl2::~ConnectorImpl2() {
     {
         const RegistryGate::ExclusiveHold hold(*gate);
-        // Out of the tables before any of them is destroyed: a provider's destructor may look there.
+        // Moved out of the table before any of them is destroyed: a provider's destructor may read the tables.
         const auto dropped = std::exchange(providers, {});
         names.clear();
     }
-    // The member is empty before the context is destroyed, and its destructor runs without the lock.
+    // reset() empties the member before it destroys the context, whose destructor may call the connector.
     processContext.reset();
+    assert(providers.empty() && names.empty() && !processContext);
 }
 
 std::string ConnectorImpl2::getName() const {
@@ -111,6 +120,7 @@ void ConnectorImpl2::addServiceProvider(const std::string& serviceName, std::sha
             names.erase(named);
             throw;
         }
+        assert(agree(providers, names, hash));
     }
     internal::matchProvider(*provider, running);
 }
@@ -121,8 +131,9 @@ void ConnectorImpl2::removeServiceProvider(const std::string& serviceName) {
     if (const auto found = providers.find(hash); found != providers.end()) {
         internal::stopProvider(*found->second);
         names.erase(hash);
-        // Out of the table before it dies: its destructor may look at it.
+        // Removed from the table before it is destroyed: its destructor may read the table.
         const auto dropped = providers.extract(found);
+        assert(agree(providers, names, hash));
     }
     FRAMEWORK_LOG(chatter) << "Removed service provider: " << serviceName;
 }

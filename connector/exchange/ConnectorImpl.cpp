@@ -8,6 +8,7 @@
 
 #include <boost/smart_ptr/make_shared.hpp>
 
+#include <cassert>
 #include <stdexcept>
 #include <utility>
 
@@ -15,12 +16,24 @@ namespace connector {
 
 namespace exchange = foundation::msg_svc::exchange;
 
-ConnectorImpl::ConnectorImpl()
-    : exchangeApi(exchange::ExchangeApi::instance()), defaultExchange(exchange::ExchangeApi::defaultInstance()) {}
+namespace {
 
-// The member is empty before the context is destroyed: the context's destructor may come back to the connector.
+template <class Exception>
+Reply failed(const Exception& exception) {
+    return makeExceptionalFuture<std::unique_ptr<Message>>(exception);
+}
+
+} // namespace
+
+ConnectorImpl::ConnectorImpl()
+    : exchangeApi(exchange::ExchangeApi::instance()), defaultExchange(exchange::ExchangeApi::defaultInstance()) {
+    assert(exchangeApi && defaultExchange);
+}
+
 ConnectorImpl::~ConnectorImpl() {
+    // reset() empties the member before it destroys the context, whose destructor may call the connector.
     processContext.reset();
+    assert(!processContext);
 }
 
 std::string ConnectorImpl::getName() const {
@@ -52,14 +65,14 @@ std::set<std::string> ConnectorImpl::listServiceProviders() {
 Reply ConnectorImpl::handle(std::unique_ptr<Message>&& message, Address&& address, std::shared_ptr<Context>&& context) {
     const std::string service = address.pop();
     if (service.empty())
-        return makeExceptionalFuture<std::unique_ptr<Message>>(std::invalid_argument("Address can't be empty."));
+        return failed(std::invalid_argument("Address can't be empty."));
     const auto request = boost::make_shared<WrapperMessage>(std::move(message), std::move(address), std::move(context));
     const auto reply = exchangeApi->submitWithReply(request, exchange::Address(getName(), service)).get();
     if (const auto* answer = dynamic_cast<const WrapperMessage*>(reply.get()))
         return makeReadyFuture(answer->takeMessage());
     if (const auto* error = dynamic_cast<const ErrorMessage*>(reply.get()))
-        return makeExceptionalFuture<std::unique_ptr<Message>>(std::runtime_error(error->getText()));
-    return makeExceptionalFuture<std::unique_ptr<Message>>(std::runtime_error("Unknown error!"));
+        return failed(std::runtime_error(error->getText()));
+    return failed(std::runtime_error("Unknown error!"));
 }
 
 std::shared_ptr<Context> ConnectorImpl::newContext() {

@@ -6,6 +6,7 @@
 
 #include <boost/smart_ptr/make_shared.hpp>
 
+#include <cassert>
 #include <exception>
 #include <typeinfo>
 
@@ -15,7 +16,9 @@ namespace exchange = foundation::msg_svc::exchange;
 
 WrapperQueue::WrapperQueue(const std::shared_ptr<ServiceProvider>& provider,
                            const boost::weak_ptr<exchange::DefaultExchange>& exchange)
-    : MessageQueue(exchange), provider(provider) {}
+    : MessageQueue(exchange), provider(provider) {
+    assert(provider);
+}
 
 void WrapperQueue::queueRemoved() {}
 
