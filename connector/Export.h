@@ -1,14 +1,14 @@
 #pragma once
 
-// Every public header comes by here first. A compiler goes on after #error, and would follow the one sentence with a
-// page of others; what can't be included ends it.
+// Every public header includes this one first. A compiler continues after #error and would report a page of further
+// errors; an include that fails stops it.
 #if defined(_MSVC_LANG) ? _MSVC_LANG < 201703L : __cplusplus < 201703L
 #error "The connector framework needs C++17 or later: compile with -std=c++17 (/std:c++17)."
 #include <connector/needs-C++17>
 #endif
 
-/// Export macros of the framework's libraries. Everything is built with hidden visibility; what a host may use carries
-/// the macro of the library that defines it. The build of a library defines its own CONNECTOR_..._BUILDING.
+/// Export macros. The libraries are built with hidden visibility; each exported declaration has the macro of the library
+/// that defines it. The build of that library defines its CONNECTOR_..._BUILDING.
 
 #if defined(_WIN32)
 #define CONNECTOR_EXPORT_SYMBOL __declspec(dllexport)

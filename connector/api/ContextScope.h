@@ -4,12 +4,11 @@
 
 namespace connector {
 
-/// Whom a context's value is shared with, from all to none. A value outside these five names no scope: operations of a
-/// Context treat it as a scope without data, in which nothing can be stored.
+/// Which contexts share a value. Any other value of this type is a scope without data, in which nothing can be stored.
 enum class ContextScope : int {
-    Process = 0,       ///< every context that one connector hands out
-    SharedSession = 1, ///< the sessions derived from one shared session
-    Session = 2,       ///< the requests of one session
+    Process = 0,       ///< all contexts made from one process context
+    SharedSession = 1, ///< a shared session, its sessions and their requests
+    Session = 2,       ///< a session and its requests
     Request = 3,       ///< one request
     Local = 4,         ///< one context object
 };

@@ -2,8 +2,8 @@
 #include <connector/api/Context.h>
 #include <connector/api/Message.h>
 
-// Out of line, so that each interface's virtual table and type information exist once, in this library, and exceptions,
-// casts and deletions agree on them in all libraries.
+// Out of line: each interface's virtual table and type information then exist once, in this library, and exceptions,
+// casts and deletions work across libraries.
 
 namespace connector {
 

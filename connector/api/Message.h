@@ -4,8 +4,8 @@
 
 namespace connector {
 
-/// The base of every message. What a message contains is between the host and its providers: the framework never reads
-/// or changes one, it only moves the std::unique_ptr that owns it and destroys it through this class.
+/// The base class of messages; the host defines their content. The framework never reads, changes or copies a message:
+/// it moves the std::unique_ptr that owns it, and destroys it through this class.
 class CONNECTOR_API_EXPORT Message {
 public:
     virtual ~Message();
@@ -13,10 +13,10 @@ public:
 protected:
     Message() = default;
 
-    /// For derived classes that can be copied. The framework copies no message.
+    /// For derived classes that can be copied.
     Message(const Message&) = default;
 
-    /// As the copy constructor.
+    /// For derived classes that can be copied.
     Message& operator=(const Message&) = default;
 };
 

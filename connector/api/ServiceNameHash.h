@@ -8,19 +8,19 @@
 
 namespace connector {
 
-/// The key under which a service is registered and found. Addresses and the registry both call this one function: if
-/// they hashed differently, no message would reach its provider.
+/// The key under which ConnectorImpl2 registers and finds a service. Addresses and the registry both call this
+/// function: if they hashed differently, no message would reach its provider.
 ///
-/// One leading '?' (the mark of an optional service) does not count, so "?name" and "name" are the same service; a
-/// second one is a character like any other. Bytes above 0x7F count as negative numbers. Different names may share a
-/// hash ("aB" and "b!" do): a registry that is keyed by it refuses the second of them.
+/// One leading '?', which marks an optional service, is ignored: "?name" and "name" are the same service. A second '?'
+/// is a character like any other. Bytes above 0x7F count as negative numbers. Different names may have the same hash,
+/// as "aB" and "b!" have; the registry then refuses the second name.
 constexpr std::uint64_t serviceNameHash(std::string_view name) noexcept {
     if (!name.empty() && name.front() == '?')
         name.remove_prefix(1);
     const auto byte = [&name](std::size_t i) { return static_cast<std::uint64_t>(static_cast<signed char>(name[i])); };
     std::uint64_t hash = 5381;
     std::size_t i = 0;
-    // Four steps of the last line at once, so that each step doesn't wait for the one before.
+    // Four steps at once, so that a multiplication doesn't wait for the result of the previous one.
     for (; i + 4 <= name.size(); i += 4)
         hash = hash * (33 * 33 * 33 * 33) + byte(i) * (33 * 33 * 33) + byte(i + 1) * (33 * 33) + byte(i + 2) * 33 +
                byte(i + 3);

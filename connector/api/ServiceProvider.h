@@ -11,12 +11,21 @@
 
 namespace connector {
 
-/// A service: the handler that a host registers on a connector under a name. Derive from it, answer messages in
-/// handle().
+/// The base class of providers: a derived class answers messages in handle(). A host registers the provider with a
+/// connector under the name of a service.
 ///
-/// Ownership: shared. The connector holds a provider from registration to removal and for the length of each call; it
-/// may be registered under several names and on several connectors. Threads: start(), stop() and handle() run on
-/// whatever thread calls the connector, handle() on several at once; the framework adds no serialisation.
+///     class Greeter : public ServiceProvider {
+///         Reply handle(std::unique_ptr<Message>&& message, Address&&, std::shared_ptr<Context>&&) override {
+///             auto& text = dynamic_cast<Text&>(*message).text;
+///             text = "Hello, " + text + "!";
+///             return makeReadyFuture(std::move(message));
+///         }
+///     };
+///
+/// Ownership: shared. ConnectorImpl2, or the exchange for ConnectorImpl, holds a provider from registration to removal
+/// and during each call of handle(). A provider may be registered under several names and with several connectors.
+///
+/// Threads: start(), stop() and handle() run on the threads that use the connector, possibly at the same time.
 class CONNECTOR_API_EXPORT ServiceProvider {
 public:
     virtual ~ServiceProvider();
@@ -24,25 +33,30 @@ public:
     ServiceProvider(const ServiceProvider&) = delete;
     ServiceProvider& operator=(const ServiceProvider&) = delete;
 
-    /// Called after `running` went from false to true. What it throws leaves the connector's operation that caused it,
-    /// and `running` stays true. May run under the connector's lock; ConnectorImpl2 says which of its operations work
-    /// then. Does nothing unless overridden.
+    /// Called after `running` was changed from false to true. If it throws, the connector's operation that called it
+    /// throws the same exception, and `running` stays true. It may run under the connector's lock:
+    /// docs/threads-and-locks.md states which operations of the connector then work. Does nothing unless overridden.
     virtual void start();
 
-    /// Called after `running` went from true to false; otherwise as start().
+    /// Called after `running` was changed from true to false. If it throws, `running` stays false. Otherwise like
+    /// start().
     virtual void stop();
 
-    /// Answers `message`. `address` is what is left behind the segment that named this service; `context` is the
-    /// caller's, and may be empty. All three may be moved from; what is left of them is the caller's again, or, over
-    /// the exchange, dies after the call. The result may be resolved already or be resolved later, on any thread. An
-    /// exception thrown here reaches whoever asks for the reply.
+    /// Answers `message`. `address` is the rest of the caller's address, without the segment that named this service.
+    /// `context` is the caller's and may be empty. The returned reply may be resolved later, on any thread. An
+    /// exception thrown here fails the reply; over the exchange, one that isn't derived from std::exception is thrown
+    /// by the connector's handle() instead.
     ///
-    /// No lock of a connector is held: any operation of the same connector may be called. Only when the sender is a
-    /// callback under a lock, that callback's rules hold here too.
+    /// All three arguments may be moved from. What is left in them stays with the caller; over the exchange, it is
+    /// destroyed after the call.
+    ///
+    /// No lock of a connector is held, so any operation of the connector may be called. If the caller is a callback,
+    /// the rules for callbacks apply here too (docs/threads-and-locks.md).
     virtual Reply handle(std::unique_ptr<Message>&& message, Address&& address, std::shared_ptr<Context>&& context) = 0;
 
-    /// Whether a connector has started this provider. Connectors change it only by atomic exchange, and call start() or
-    /// stop() only when that changed it, so neither is ever called twice in a row.
+    /// Whether a connector has started this provider. Connectors change it by atomic exchange, and call start() or
+    /// stop() only if that changed it. Only the flag is atomic: if several threads start, stop, add or remove the
+    /// provider, start() and stop() may run at the same time, and end in either order.
     std::atomic<bool> running{false};
 
 protected:

@@ -18,39 +18,33 @@ namespace internal {
 class RegistryGate;
 }
 
-/// The in-process connector: keeps its own registry of providers and calls them on the thread that sends.
+/// The in-process connector: it keeps its own registry of providers and calls them on the caller's thread. A segment of
+/// an address that begins with '?' names an optional service, which is skipped if no provider has its name.
 ///
-/// Routing takes the service name from the front of the address. A segment beginning with '?' names an optional
-/// service: it is skipped when nobody serves it and used like any other when somebody does. A stopped connector, and a
-/// stopped provider, still receive messages.
+///     const auto connector = std::make_shared<ConnectorImpl2>();
+///     connector->addServiceProvider("greet", std::make_shared<Greeter>());
+///     Reply reply = connector->handle(std::make_unique<Text>("world"), Address("?audit/greet"), nullptr);
 ///
-/// Services are keyed by serviceNameHash() of their name. A name is taken when its key is: by the same name, by the
-/// name with or without one leading '?', or by a name that happens to have the same hash.
+/// Names: services are keyed by serviceNameHash() of their names. A name is taken if a service has the same name, the
+/// same name with or without one leading '?', or another name with the same hash.
 ///
-/// Ownership: made by std::make_shared (getPtr() and newContext() throw std::bad_weak_ptr otherwise). Owns its
-/// providers and its process context until they are removed or replaced, or the connector is destroyed, which stops no
-/// provider. A caller keeps the connector alive until its call has returned. The one exception is the destructor: the
-/// destructors of the providers and of the process context that it drops may call handle(), listServiceProviders(),
-/// start(), stop() and getName(), and find a connector without providers. They must register nothing; getPtr() and
-/// newContext() throw std::bad_weak_ptr by then, or as under any callback.
+/// Ownership: create it with std::make_shared. It owns its providers and its process context until they are removed or
+/// replaced. Its destructor releases the providers without stopping them, then the process context. Their destructors
+/// may call handle(), listServiceProviders(), start(), stop() and getName(), which find no providers; getPtr() throws
+/// std::bad_weak_ptr. They must not register a provider or set a process context.
 ///
 /// Threads: any thread may call any operation at any time. One reader-writer lock guards the registry and the process
-/// context: shared by handle() until it has found the provider, by listServiceProviders(), start() and stop();
-/// exclusive by addServiceProvider(), removeServiceProvider(), setProcessContext() and the destructor; upgradeable by
-/// newContext(). A writer waits for the holds that are there when its turn comes, and no hold that comes later
-/// overtakes it; writers take turns in the order of their coming, and what was waiting to read goes between two of
-/// them.
+/// context; neither readers nor writers starve.
 ///
-/// Callbacks: a provider's handle() runs without the lock and may call anything. These run under it: a provider's
-/// start() and stop() when the connector's start() or stop() calls them, its stop() and the destruction of its last
-/// reference in removeServiceProvider() or the connector's destructor, newSharedSession() of the process context in
-/// newContext(), and log sinks. From there handle(), listServiceProviders(), start(), stop(), getName() and getPtr()
-/// work; addServiceProvider(), removeServiceProvider(), setProcessContext() and newContext() would wait for the very
-/// thread that calls them and throw std::system_error (std::errc::resource_deadlock_would_occur) at once, having
-/// changed nothing. Another thread's operations wait meanwhile, so a callback must not wait for one of those either;
-/// nor may it let go of the last reference to the connector.
+/// Callbacks: a provider's handle() runs without the lock and may call any operation. A provider's start(), stop() and
+/// destructor, newSharedSession() of the process context, and log sinks may run under it. From there, handle(),
+/// listServiceProviders(), start(), stop(), getName() and getPtr() work. addServiceProvider(), removeServiceProvider(),
+/// setProcessContext() and newContext() would deadlock: they throw std::system_error
+/// (std::errc::resource_deadlock_would_occur) and change nothing. A callback must not wait for another thread that uses
+/// the connector, or release the last reference to it. docs/threads-and-locks.md lists the callbacks of each operation.
 ///
-/// Logs on the channel "connector::framework". What a log sink or filter throws leaves the operation that logged.
+/// Logging: on the channel "connector::framework". What a log sink or filter throws is thrown by the operation that
+/// logs.
 class CONNECTOR_IMPL_EXPORT ConnectorImpl2 : public Connector, public std::enable_shared_from_this<Connector> {
 public:
     /// A started connector without providers.
@@ -60,64 +54,62 @@ public:
     /// The name given at construction. Takes no lock.
     std::string getName() const override;
 
-    /// Starts every registered provider that isn't started, then marks the connector as started. If a provider's
-    /// start() throws, that leaves here: that provider counts as started, those that would have come later are not, the
-    /// connector is what it was.
+    /// Starts every registered provider that isn't running, then marks the connector as started. If a provider's
+    /// start() throws, so does this operation: that provider counts as running, later ones are not started, and the
+    /// connector keeps its state. Takes the lock shared.
     void start() override;
 
-    /// Marks the connector as stopped, then stops every registered provider that is started. If a provider's stop()
-    /// throws, that leaves here: that provider counts as stopped, those that would have come later are not; the
-    /// connector is stopped.
+    /// Marks the connector as stopped, then stops every registered provider that is running. If a provider's stop()
+    /// throws, so does this operation: that provider counts as stopped, and later ones are not stopped. Takes the lock
+    /// shared.
     void stop() override;
 
-    /// Registers `provider`, then, with no lock held, starts it if the connector is started, or stops it if the
-    /// connector is stopped. Throws std::invalid_argument ("Service provider can't be empty."), std::runtime_error
-    /// ("Service with name NAME already registered (or hash collision).", logged too) and std::bad_alloc; the registry
-    /// is then what it was and the provider was not called. What its start() or stop() throws leaves here as well; the
-    /// provider is registered then.
+    /// Registers `provider`, with the lock held exclusively. Then, without it, starts it if the connector is started,
+    /// or stops it if the connector is stopped. Throws std::invalid_argument ("Service provider can't be empty."),
+    /// std::runtime_error ("Service with name NAME already registered (or hash collision).", also logged) and
+    /// std::bad_alloc; the registry is then unchanged, and the provider wasn't called. If the provider's start() or
+    /// stop() throws, so does this operation; the provider is registered then.
     void addServiceProvider(const std::string& serviceName, std::shared_ptr<ServiceProvider> provider) override;
 
-    /// Stops the provider of `serviceName` if it is started, then drops it. A name that isn't registered is no error.
-    /// If the provider's stop() throws, that leaves here: the provider stays registered and counts as stopped.
+    /// Stops the provider of `serviceName` if it is running, then releases it. A name that isn't registered is not an
+    /// error. If the provider's stop() throws, so does this operation: the provider stays registered and counts as
+    /// stopped. If writing the log record throws, the provider has been removed. Takes the lock exclusively.
     void removeServiceProvider(const std::string& serviceName) override;
 
+    /// The names, as they were registered. Takes the lock shared.
     std::set<std::string> listServiceProviders() override;
 
-    /// Routes `message` on the calling thread and returns the provider's own future, unchanged.
+    /// Routes `message` on the calling thread and returns the provider's own future, unchanged. Takes the lock shared
+    /// until it has found the provider, and again to log the name of a provider that threw.
     ///
-    /// The future has failed already, with std::invalid_argument, when the address is empty or only optional services
-    /// were left in it and nobody serves them ("No service specified. Address can't be empty."), and when nobody serves
-    /// the first segment that is not optional ("Message not delivered: service 'NAME' not found, remainder of address:
-    /// REST", logged too); it has failed with the provider's own exception when the provider threw (logged as a
-    /// warning).
+    /// The returned future has already failed in these cases:
+    /// - `address` is empty, or names only optional services that aren't registered: std::invalid_argument ("No service
+    ///   specified. Address can't be empty.").
+    /// - The first service that isn't optional isn't registered: std::invalid_argument ("Message not delivered: service
+    ///   'NAME' not found, remainder of address: REST", also logged).
+    /// - The provider threw: the provider's own exception (logged as a warning).
     ///
-    /// Segments are gone from `address` as far as they were looked at. `message` and `context` are moved from by the
-    /// provider only: when the message didn't get there, both are still the caller's. Throws only std::bad_alloc and
-    /// what logging throws.
+    /// The segments examined so far are removed from `address`. Only the provider moves from `message` and `context`:
+    /// if no provider was found, the caller still owns both. Throws only std::bad_alloc and what log sinks and filters
+    /// throw.
     ///
-    /// Finding the provider costs one hash and one look-up for each segment looked at, whatever the number of services,
-    /// and allocates nothing when the first one is served.
+    /// Costs one hash and one look-up for each segment examined, for any number of services. If the first segment names
+    /// a registered service, nothing is allocated.
     Reply handle(std::unique_ptr<Message>&& message, Address&& address, std::shared_ptr<Context>&& context) override;
 
-    /// A new context from newSharedSession() of the process context, which is made if there is none. All contexts that
-    /// one connector hands out share their Process data, unless a process context of the host's does otherwise. Throws
-    /// std::bad_weak_ptr when a process context is to be made and no std::shared_ptr owns the connector,
-    /// std::bad_alloc, and what newSharedSession() throws; a process context that was made by then stays.
     std::shared_ptr<Context> newContext() override;
-
     std::shared_ptr<Context> setProcessContext(std::shared_ptr<Context> context) override;
-
     std::shared_ptr<Connector> getPtr() override;
 
 private:
-    // The name under which the service of `hash` is registered, empty if it isn't any more.
+    // The name under which the service of `hash` is registered; empty if it was removed.
     std::string registeredName(std::uint64_t hash);
 
-    // Touched by `gate` only.
+    // Used by `gate` only.
     boost::shared_mutex registryMutex;
 
-    // Constant after construction: the holds on registryMutex. Before what they guard: host objects that are destroyed
-    // with it may come back to the connector.
+    // Constant after construction. Takes registryMutex. Declared before the members that it guards: host objects that
+    // are destroyed with those may call the connector.
     const std::unique_ptr<internal::RegistryGate> gate;
 
     // Guarded by registryMutex: shared to read, exclusive to write. Both tables hold the same keys.
@@ -130,7 +122,7 @@ private:
     // Guarded by registryMutex.
     std::shared_ptr<Context> processContext;
 
-    // Atomic, sequentially consistent like the providers' flags: whether new providers are to be started or stopped.
+    // Atomic, sequentially consistent like the providers' flags: whether providers are started or stopped when added.
     std::atomic<bool> running{true};
 };
 

@@ -7,8 +7,8 @@
 
 namespace connector::internal {
 
-// How both connectors start and stop providers: a provider's own flag decides, so that no provider is started or
-// stopped twice in a row, whoever does it and from however many threads.
+// Both connectors start and stop providers with these functions. The provider's own flag decides, so that a provider
+// registered under several names or with several connectors isn't started or stopped twice in a row.
 
 inline void startProvider(ServiceProvider& provider) {
     if (!provider.running.exchange(true))
@@ -20,7 +20,7 @@ inline void stopProvider(ServiceProvider& provider) {
         provider.stop();
 }
 
-/// Brings a provider that is being added into line with its connector.
+/// Starts or stops a provider that is being added, so that it matches its connector.
 inline void matchProvider(ServiceProvider& provider, bool connectorRunning) {
     if (connectorRunning)
         startProvider(provider);

@@ -6,7 +6,7 @@
 
 namespace connector {
 
-/// The reply that stands for a failure: its text is all that crosses the exchange.
+/// The exchange's reply to a request that failed. Of the failure, only its text crosses the exchange.
 class ErrorMessage : public foundation::msg_svc::exchange::Reply {
 public:
     ErrorMessage(const std::string& text) : text(text) {}

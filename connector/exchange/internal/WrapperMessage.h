@@ -12,27 +12,26 @@
 
 namespace connector {
 
-/// Carries what the framework sends across the exchange: a request with its message, the rest of its address and its
-/// context, or a reply with its message alone. Nothing is copied; the provider gets the very objects that the caller
-/// passed.
+/// Carries a request or a reply across the exchange. A request has a message, the rest of its address and its context;
+/// a reply has only a message. Nothing is copied: the provider receives the same objects that the caller passed.
 ///
-/// The exchange hands out const messages only, and the receiver must take the content over: hence the mutable fields.
-/// No lock guards them. The exchange gives a request to one queue, and a reply to one submitter, in turn.
+/// The fields are mutable because the exchange passes messages as const, and the receiver must move the content out. No
+/// lock guards them: the exchange gives a request to one queue and its reply to one caller, one after the other.
 class WrapperMessage : public foundation::msg_svc::exchange::Message, public foundation::msg_svc::exchange::Reply {
 public:
-    /// A request. Takes all three over, and doesn't throw.
+    /// A request. Moves from all three.
     WrapperMessage(std::unique_ptr<connector::Message>&& message, Address&& address,
                    std::shared_ptr<Context>&& context) noexcept;
 
-    /// A reply, whose message may be empty.
+    /// A reply. Its message may be empty.
     WrapperMessage(std::unique_ptr<connector::Message>&& message) noexcept;
 
-    // Each leaves its field empty.
+    // Each moves its field out and leaves it empty.
     std::unique_ptr<connector::Message> takeMessage() const noexcept;
     Address takeAddress() const noexcept;
     std::shared_ptr<Context> takeContext() const noexcept;
 
-    /// An ErrorMessage: "No service named: NAME", with the name of the queue that isn't there.
+    /// An ErrorMessage: "No service named: NAME", with the queue's name from the envelope's address.
     boost::shared_ptr<const foundation::msg_svc::exchange::Reply>
     createUndeliverableReply(const foundation::msg_svc::exchange::Envelope& envelope) const override;
 

@@ -9,29 +9,28 @@
 
 namespace connector {
 
-/// Stands for one service provider on the exchange: takes each request apart, calls the provider, waits for its future
-/// and sends the outcome back.
+/// The queue of one provider on the exchange. For each request it calls the provider, waits for its future, and sends
+/// the result back.
 ///
-/// Ownership: the exchange owns the queue, the queue its provider. Takes no lock; deliveries run on the submitting
-/// threads, several at once.
+/// Ownership: the exchange owns the queue; the queue owns its provider. Takes no lock. Each delivery runs on the thread
+/// that sends the request; several may run at once.
 class WrapperQueue : public foundation::msg_svc::exchange::MessageQueue {
 public:
     WrapperQueue(const std::shared_ptr<ServiceProvider>& provider,
                  const boost::weak_ptr<foundation::msg_svc::exchange::DefaultExchange>& exchange);
 
-    /// Does nothing: the provider may still be called by deliveries that found the queue before.
+    /// Does nothing: deliveries that found the queue earlier may still call the provider.
     void queueRemoved() override;
 
-    /// Passes `envelope` on to processEnvelope().
+    /// Calls processEnvelope().
     void deliver(const foundation::msg_svc::exchange::Envelope* envelope) override;
 
-    /// Answers a WrapperMessage with a WrapperMessage, or with an ErrorMessage that has the text of the std::exception
-    /// with which the provider or its future failed, or that kept the reply from being sent. Blocks until the
-    /// provider's future is resolved; what the provider left of message, address and context is destroyed before it
-    /// waits.
+    /// Answers a request. The reply is a WrapperMessage with the provider's message, or an ErrorMessage with the text
+    /// of the std::exception that the provider, its future or the sending of the reply threw. Destroys what the
+    /// provider didn't move from, then blocks until the provider's future is resolved.
     ///
-    /// Throws, with nothing sent, any other exception of the provider, and UnexpectedMessage, with the provider not
-    /// called, when `envelope` is null, empty or carries another kind of message.
+    /// Throws any other exception of the provider or its future; no reply is sent then. Throws UnexpectedMessage,
+    /// without calling the provider, if `envelope` is null, empty or carries another kind of message.
     void processEnvelope(const foundation::msg_svc::exchange::Envelope* envelope) override;
 
 private:
