@@ -7,10 +7,14 @@
 #include <thread>
 #include <utility>
 
-/// A thread that runs the tasks it is given, in that order.
+/// A thread that runs tasks in the order in which they are posted. Its destructor runs the tasks that are left and
+/// joins the thread.
 ///
-/// The host owns it, not the providers that post to it: its destructor runs what was posted and waits for the thread.
-/// A provider's stop() and destructor may run under the connector's lock, for which a task may be waiting.
+///     Worker<> worker;
+///     worker.post(std::packaged_task<void()>([promise = std::move(promise)]() mutable { promise.setValue(42); }));
+///
+/// The host owns the worker, not the providers that post to it: a provider's stop() and destructor may run under the
+/// connector's lock, and a task may be waiting for this lock.
 template <class Task = std::packaged_task<void()>>
 class Worker {
 public:
@@ -26,7 +30,7 @@ public:
         thread.join();
     }
 
-    /// Any thread. No task runs under the worker's lock.
+    /// Adds a task. Any thread may call it. No task runs under the worker's lock.
     void post(Task task) {
         {
             const std::lock_guard<std::mutex> lock(mutex);

@@ -1,4 +1,4 @@
-// Three services in a row, without a thread that waits for each of them: with then(), and as a coroutine. And one
+// Calls three services one after another without blocking a thread: with then(), and as a coroutine. Also gives up on a
 // service that doesn't answer.
 
 #include "Worker.h"
@@ -30,7 +30,7 @@ std::string& textOf(const MessagePtr& message) {
     return dynamic_cast<Text&>(*message).text;
 }
 
-/// Answers later, on the worker: marks the text with what it did. Refuses a text that has none, at once.
+/// Answers later, on the worker: adds its mark to the text. Refuses an empty text at once.
 class Desk : public ServiceProvider {
 public:
     Desk(Worker<>& worker, std::string mark) : worker(worker), mark(std::move(mark)) {}
@@ -53,8 +53,8 @@ private:
     const std::string mark;
 };
 
-/// Takes an order through the three desks, as a coroutine. What handle() gets are references to what its caller owns,
-/// so it passes them on by value.
+/// Sends an order to the three desks, as a coroutine. The arguments of handle() refer to objects of its caller, so it
+/// passes them to the coroutine by value.
 class Office : public ServiceProvider {
 public:
     Future<MessagePtr> handle(MessagePtr&& message, Address&&, std::shared_ptr<Context>&& context) override {
@@ -69,7 +69,7 @@ private:
     }
 };
 
-/// Never answers; says what becomes of that.
+/// Never answers, and can tell whether its reply was cancelled.
 class Oracle : public ServiceProvider {
 public:
     Future<MessagePtr> handle(MessagePtr&&, Address&&, std::shared_ptr<Context>&&) override { return promise.future(); }
@@ -79,7 +79,7 @@ private:
     Promise<MessagePtr> promise;
 };
 
-/// The same with then(): each function sends on what the desk before it gave.
+/// The same with then(): each function sends the previous desk's answer to the next desk.
 Future<MessagePtr> process(MessagePtr order, const std::shared_ptr<Context>& context) {
     auto checked = context->handle(std::move(order), Address("check"));
     auto priced = then(std::move(checked),

@@ -83,9 +83,9 @@ class MathService : public ServiceProvider {
     }
 };
 
-/// Answers later, on the host's worker. A stopped one refuses; what it accepted before is still answered. It leaves the
-/// thread to the host: stop() and a provider's destructor may run under the connector's lock, and the worker may be
-/// running a continuation that waits for that lock.
+/// Answers later, on the host's worker. While stopped it refuses messages; it still answers those it accepted before.
+/// The host joins the worker: stop() and a provider's destructor may run under the connector's lock, and the worker may
+/// be running a continuation that waits for that lock.
 class LaterService : public ServiceProvider {
 public:
     explicit LaterService(Worker<>& worker) : worker(worker) {}
@@ -147,8 +147,8 @@ class StoreService : public ServiceProvider {
     }
 };
 
-/// An interceptor: whoever puts "?audit" in front of an address is audited when the service is there, and not hindered
-/// when it isn't.
+/// An interceptor. A request whose address begins with "?audit" passes through this service if it is registered, and
+/// goes straight to the next service otherwise.
 class AuditService : public ServiceProvider {
 public:
     explicit AuditService(std::ostream& out) : out(out) {}

@@ -10,7 +10,7 @@ namespace {
 
 using connector::Address;
 
-/// The text before the first blank and the text behind it, and whether there was one.
+/// The text before the first blank and the text after it, and whether there is a blank.
 struct Split {
     std::string head, tail;
     bool split;
@@ -21,6 +21,11 @@ Split splitAtBlank(const std::string& text) {
     if (blank == std::string::npos)
         return {text, "", false};
     return {text.substr(0, blank), text.substr(blank + 1), true};
+}
+
+bool isCommand(const std::string& line) {
+    return line.front() == '+' || line.front() == '-' || line == "list" || line == "stop" || line == "start" ||
+           splitAtBlank(line).head == "session";
 }
 
 } // namespace
@@ -40,27 +45,27 @@ void Switchboard::run(const std::string& line) {
         out << line << '\n';
         return;
     }
-    const auto [head, tail, split] = splitAtBlank(line);
-    const bool command = line.front() == '+' || line.front() == '-' || line == "list" || line == "stop" ||
-                         line == "start" || head == "session";
-    if (command)
+    if (isCommand(line)) {
         out << "   " << line << '\n';
-    if (line.front() == '+')
-        add(line.substr(1));
-    else if (line.front() == '-')
-        remove(line.substr(1));
-    else if (line == "list")
+        execute(line);
+    } else {
+        request(line);
+    }
+}
+
+void Switchboard::execute(const std::string& command) {
+    if (command.front() == '+')
+        add(command.substr(1));
+    else if (command.front() == '-')
+        remove(command.substr(1));
+    else if (command == "list")
         list();
-    else if (line == "stop")
+    else if (command == "stop")
         connector->stop();
-    else if (line == "start")
+    else if (command == "start")
         connector->start();
-    else if (head == "session")
-        enterSession(tail);
-    else if (split)
-        request(head, tail);
     else
-        throw std::invalid_argument("expected ADDRESS<blank>TEXT, got '" + line + "'");
+        enterSession(splitAtBlank(command).tail);
 }
 
 void Switchboard::add(const std::string& arguments) {
@@ -95,17 +100,19 @@ void Switchboard::enterSession(const std::string& name) {
     session = named;
 }
 
-void Switchboard::request(const std::string& address, const std::string& text) {
+void Switchboard::request(const std::string& line) {
+    const auto [address, text, split] = splitAtBlank(line);
+    if (!split)
+        throw std::invalid_argument("expected ADDRESS<blank>TEXT, got '" + line + "'");
     ++sent;
-    const std::string shown = address + ' ' + text;
-    const auto failure = [&](const std::string& what) {
+    const auto failure = [&](const std::string& reason) {
         ++failed;
-        out << shown << "  !!  " << what << '\n';
+        out << line << "  !!  " << reason << '\n';
     };
     try {
         auto reply = session->newRequest()->handle(std::make_unique<Text>(text), Address(address));
         const auto message = reply.get();
-        out << shown << "  ->  " << dynamic_cast<const Text&>(*message).text << '\n';
+        out << line << "  ->  " << dynamic_cast<const Text&>(*message).text << '\n';
     } catch (const std::invalid_argument& exception) {
         failure(std::string("invalid_argument: ") + exception.what());
     } catch (const std::runtime_error& exception) {

@@ -13,40 +13,40 @@
 
 namespace switchboard {
 
-/// A host that is driven by lines of text and answers on `out`, a line each:
+/// A host that executes lines of text and prints the results to `out`:
 ///
-///   ADDRESS TEXT    sends TEXT to ADDRESS and shows the reply or the failure
+///   ADDRESS TEXT    sends TEXT to ADDRESS and prints the reply or the failure
 ///   +NAME [KIND]    registers a new service of that kind (by default the name without its '?')
 ///   -NAME           removes a service
-///   session NAME    lets the requests that follow run in that session, which is made when it is first named
-///   list            shows the registered names
+///   session NAME    uses that session for the following requests; creates it if it doesn't exist
+///   list            prints the registered names
 ///   stop, start     stops and starts the connector
-///   # TEXT          a remark, which is shown
+///   # TEXT          a remark, which is printed
 class Switchboard {
 public:
     Switchboard(std::shared_ptr<connector::Connector> connector, std::ostream& out);
     Switchboard(const Switchboard&) = delete;
     Switchboard& operator=(const Switchboard&) = delete;
 
-    /// Removes what it registered: a connector may outlive it, and so may an exchange behind it.
+    /// Removes its services: the connector, or its exchange, may outlive this object.
     ~Switchboard();
 
-    /// Does what `line` says. Throws std::invalid_argument when it says nothing sensible, and what a registration
-    /// throws.
+    /// Executes `line`. Throws std::invalid_argument if it can't be understood, and what the connector throws.
     void run(const std::string& line);
 
-    /// How many requests were sent, and how many of them failed.
+    /// The number of requests sent, and how many of them failed.
     std::size_t requests() const { return sent; }
     std::size_t failures() const { return failed; }
 
 private:
+    void execute(const std::string& command);
     void add(const std::string& arguments);
     void remove(const std::string& name);
     void list();
     void enterSession(const std::string& name);
-    void request(const std::string& address, const std::string& text);
+    void request(const std::string& line);
 
-    Worker<> worker; // for the services that answer later; ends after they were removed
+    Worker<> worker; // for services that answer later; outlives them
     const std::shared_ptr<connector::Connector> connector;
     std::ostream& out;
     std::set<std::string> added;

@@ -20,12 +20,12 @@ namespace {
 
 constexpr const char* usage = R"(usage: switchboard [--exchange] [--log] [--repeat N] [FILE ...]
 
-Routes requests, a line each (ADDRESS<blank>TEXT), from the files or from standard input, and shows each reply or
+Reads requests, one per line (ADDRESS<blank>TEXT), from the files or from standard input, and prints each reply or
 failure.
-  --exchange  goes through the process's message-service exchange instead of routing by itself
-  --log       shows what the framework logs, on standard error
-  --repeat N  routes everything N times, shows nothing else, and prints requests per second
-Exit status: 0 when every request was answered, 1 when one failed or a line was bad, 2 for wrong usage.
+  --exchange  sends through the process's message-service exchange instead of the in-process connector
+  --log       prints the framework's log records to standard error
+  --repeat N  runs all lines N times and prints only the number of requests per second
+Exit status: 0 if every request was answered, 1 if one failed or a line was bad, 2 for wrong usage.
 )";
 
 struct Options {
@@ -81,7 +81,7 @@ std::vector<Line> readAll(const std::vector<std::string>& files) {
     return lines;
 }
 
-/// What a host does to see the framework's records its own way: a sink of its own, and the severities it wants.
+/// How a host prints the framework's log records in its own format: it adds a sink and selects severities.
 void showLog() {
     namespace log = boost::log;
     log::add_console_log(std::clog,
@@ -100,14 +100,14 @@ struct Total {
     std::size_t badLines = 0;
 };
 
-/// Either connector: what the switchboard needs of one is the interface.
+/// Either connector: the switchboard uses only the interface.
 std::shared_ptr<connector::Connector> makeConnector(bool exchange) {
     if (exchange)
         return std::make_shared<connector::ConnectorImpl>();
     return std::make_shared<connector::ConnectorImpl2>("switchboard");
 }
 
-/// Runs all lines on a host of their own.
+/// Runs all lines on a new host.
 void runAll(const std::vector<Line>& lines, bool exchange, std::ostream& out, std::ostream& errors, Total& total) {
     switchboard::Switchboard board(makeConnector(exchange), out);
     for (const Line& line : lines) {
@@ -132,7 +132,7 @@ int main(int argc, char** argv) {
         if (options.log)
             showLog();
         else
-            fl::log::setEnabledSeverityMask("connector::framework", 0); // what fails is shown beside its request
+            fl::log::setEnabledSeverityMask("connector::framework", 0); // failures are printed with their requests
 
         Total total;
         if (options.repeat == 0) {
