@@ -9,7 +9,7 @@ namespace {
 
 using connector::Address;
 
-// One that fits a small string and one that doesn't.
+// One segment fits a small string, eight don't.
 std::string addressText(long segments) {
     std::string text = "text";
     for (long i = 1; i < segments; ++i)
@@ -50,8 +50,8 @@ void move(benchmark::State& state) {
         neverYields);
 }
 
-// What a provider does that takes its address apart, beside the same done by hand on a text and a position. Each takes
-// apart a copy of its own.
+// A provider that takes all segments of its address, against the same by hand with a text and a position. Each works on
+// its own copy.
 void popAll(benchmark::State& state) {
     const std::string text = addressText(state.range(0));
     const Address given(text);

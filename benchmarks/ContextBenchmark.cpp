@@ -19,8 +19,8 @@ using connector::ContextScope;
 constexpr std::array scopes{ContextScope::Local, ContextScope::Request, ContextScope::Session,
                             ContextScope::SharedSession, ContextScope::Process};
 
-// A value that lies `depth` scopes out, behind stores that have other keys; the yardstick does the same look-ups and
-// makes the same copy.
+// A value `depth` scopes further out than Local; the inner stores have other keys. The baseline does the same look-ups
+// and makes the same copy.
 void get(benchmark::State& state) {
     const auto depth = static_cast<std::size_t>(state.range(0));
     const auto context = std::make_shared<ContextImpl>();

@@ -8,8 +8,8 @@
 
 #include <vector>
 
-/// What a consumer pays to go on with a reply instead of waiting for it, beside Boost.Thread's future::then on the same
-/// thread (boost::launch::sync). A chain of links is attached to a pending future, its head is resolved, its end asked.
+/// The cost of continuations, against Boost.Thread's future::then on the same thread (boost::launch::sync). A chain of
+/// continuations is attached to a pending future, that future is resolved, and the last result is taken.
 namespace bench {
 namespace {
 
@@ -44,7 +44,8 @@ Future<long> addOne(Future<long> value) {
 template <class Attach>
 void chain(benchmark::State& state, Attach attach) {
     const long links = state.range(0);
-    // Only the head is resolved by the core, and only the end wakes somebody: what is between hands on.
+    // Yields: the resolution of the first future, and the one that may wake the consumer. The links between don't
+    // yield.
     compare(
         state, [&] { return byCompanion(links, attach); }, [&] { return byBoost(links); }, {2, 0});
 }

@@ -17,7 +17,7 @@ void ready(benchmark::State& state) {
 }
 BENCHMARK(ready)->Name("future/floor, ready");
 
-// Beside the one throw and catch that getting a failure costs in any case.
+// The baseline is one throw and catch, which taking a failure costs in any case.
 void failed(benchmark::State& state) {
     const auto caught = [](auto&& get) {
         try {
@@ -34,7 +34,7 @@ void failed(benchmark::State& state) {
 }
 BENCHMARK(failed)->Name("future/throw and catch, failed");
 
-// The consumer waits, another thread resolves.
+// The consumer waits; another thread resolves.
 void awaited(benchmark::State& state) {
     using State = connector::detail::SharedFutureState<MessagePtr>;
     struct Resolve {

@@ -22,8 +22,8 @@ void registration(benchmark::State& state) {
 }
 BENCHMARK(registration)->Name("registry/add and remove")->ArgName("services")->Arg(1)->Arg(100000);
 
-// One of these threads routes, the other registers and removes without a pause.
-void beside(benchmark::State& state, bool timeRouting) {
+// One thread routes; the other registers and removes without a pause. Measures one of them.
+void underLoad(benchmark::State& state, bool timeRouting) {
     const auto connector = connectorWith(std::make_shared<ConnectorImpl2>(), 1);
     const std::string address = serviceName(0);
     const auto echo = std::make_shared<Echo>();
@@ -42,14 +42,14 @@ void beside(benchmark::State& state, bool timeRouting) {
     ended = true;
     other.join();
 }
-void routingBesideRegistration(benchmark::State& state) {
-    beside(state, true);
+void routingDuringRegistration(benchmark::State& state) {
+    underLoad(state, true);
 }
-void registrationBesideRouting(benchmark::State& state) {
-    beside(state, false);
+void registrationDuringRouting(benchmark::State& state) {
+    underLoad(state, false);
 }
-BENCHMARK(routingBesideRegistration)->Name("registry/a request beside registration")->UseRealTime();
-BENCHMARK(registrationBesideRouting)->Name("registry/add and remove beside routing")->UseRealTime();
+BENCHMARK(routingDuringRegistration)->Name("registry/a request during registration")->UseRealTime();
+BENCHMARK(registrationDuringRouting)->Name("registry/add and remove during routing")->UseRealTime();
 
 } // namespace
 } // namespace bench

@@ -13,7 +13,7 @@ namespace {
 
 using connector::ConnectorImpl2;
 
-/// A connector and a floor with the same services, kept for all benchmarks that ask for as many.
+/// A connector and a floor with the same services. Benchmarks with the same number of services share one pair.
 struct Pair {
     explicit Pair(long services) : connector(connectorWith(std::make_shared<ConnectorImpl2>(), services)) {
         const auto echo = std::make_shared<FloorEcho>();
@@ -35,13 +35,13 @@ void compareRequests(benchmark::State& state, Pair& pair, const std::string& add
         state, [&] { return request(*pair.connector, address); }, [&] { return request(pair.router, address); });
 }
 
-void servicesBesideFloor(benchmark::State& state) {
+void servicesAgainstFloor(benchmark::State& state) {
     compareRequests(state, Pair::of(state.range(0)), serviceName(state.range(0) / 2));
 }
-BENCHMARK(servicesBesideFloor)->Name("request/floor")->ArgName("services")->RangeMultiplier(10)->Range(1, 100000);
+BENCHMARK(servicesAgainstFloor)->Name("request/floor")->ArgName("services")->RangeMultiplier(10)->Range(1, 100000);
 
-// The yardstick is a connector too: one with a single service of the same name.
-void oneOfManyBesideOneOfOne(benchmark::State& state) {
+// The baseline is a connector that has only the service that is called.
+void oneOfManyAgainstOneOfOne(benchmark::State& state) {
     const std::string address = serviceName(state.range(0) / 2);
     const auto one = std::make_shared<ConnectorImpl2>();
     one->addServiceProvider(address, std::make_shared<Echo>());
@@ -49,10 +49,10 @@ void oneOfManyBesideOneOfOne(benchmark::State& state) {
         state, [&] { return request(*Pair::of(state.range(0)).connector, address); },
         [&] { return request(*one, address); });
 }
-BENCHMARK(oneOfManyBesideOneOfOne)->Name("request/one of one")->ArgName("services")->Arg(100000);
+BENCHMARK(oneOfManyAgainstOneOfOne)->Name("request/one of one")->ArgName("services")->Arg(100000);
 
-// Every service once, then again: what the caches forget of a large registry in between.
-void allInTurnBesideFloor(benchmark::State& state) {
+// Calls each service in turn, so that a large registry doesn't stay in the caches.
+void allInTurnAgainstFloor(benchmark::State& state) {
     Pair& pair = Pair::of(state.range(0));
     std::vector<std::string> addresses;
     for (long i = 0; i < state.range(0); ++i)
@@ -62,17 +62,17 @@ void allInTurnBesideFloor(benchmark::State& state) {
         state, [&, i = std::size_t{0}]() mutable { return request(*pair.connector, next(i)); },
         [&, i = addresses.size() / 2]() mutable { return request(pair.router, next(i)); });
 }
-BENCHMARK(allInTurnBesideFloor)->Name("request/floor, in turn")->ArgName("services")->Arg(1000)->Arg(100000);
+BENCHMARK(allInTurnAgainstFloor)->Name("request/floor, in turn")->ArgName("services")->Arg(1000)->Arg(100000);
 
-void segmentsBesideFloor(benchmark::State& state) {
+void segmentsAgainstFloor(benchmark::State& state) {
     std::string address = serviceName(0);
     for (long i = 1; i < state.range(0); ++i)
         address += "/part";
     compareRequests(state, Pair::of(1), address);
 }
-BENCHMARK(segmentsBesideFloor)->Name("request/floor")->ArgName("segments")->DenseRange(1, 8);
+BENCHMARK(segmentsAgainstFloor)->Name("request/floor")->ArgName("segments")->DenseRange(1, 8);
 
-void nameBesideFloor(benchmark::State& state) {
+void nameAgainstFloor(benchmark::State& state) {
     const std::string name(static_cast<std::size_t>(state.range(0)), 'n');
     static std::map<std::string, Pair> pairs;
     const auto [found, added] = pairs.try_emplace(name, 0);
@@ -82,7 +82,7 @@ void nameBesideFloor(benchmark::State& state) {
     }
     compareRequests(state, found->second, name);
 }
-BENCHMARK(nameBesideFloor)->Name("request/floor")->ArgName("name")->Arg(1)->Arg(8)->Arg(64);
+BENCHMARK(nameAgainstFloor)->Name("request/floor")->ArgName("name")->Arg(1)->Arg(8)->Arg(64);
 
 void optionalSegmentsSkipped(benchmark::State& state) {
     std::string address = serviceName(0);
@@ -105,12 +105,12 @@ void throughContext(benchmark::State& state) {
 }
 BENCHMARK(throughContext)->Name("request/connector, through a context");
 
-// The exchange keeps what is registered on it, for every connector of the process.
+// The connector is static because its services stay registered with the process's exchange.
 void overExchange(benchmark::State& state) {
     static const auto exchange = connectorWith(std::make_shared<connector::ConnectorImpl>(), 1);
     connector::Connector& connector = *Pair::of(1).connector;
     const std::string address = serviceName(0);
-    // The provider's reply is resolved, and then the one that the exchange brought back.
+    // Two resolutions: the provider's reply, and the caller's reply.
     compare(
         state, [&] { return request(*exchange, address); }, [&] { return request(connector, address); }, {2, 1});
 }
@@ -125,7 +125,7 @@ void answeredByThread(benchmark::State& state) {
     const std::string address = serviceName(0);
     connector.addServiceProvider(address, std::make_shared<Later>(worker));
     router.add(address, NaiveLater(naiveWorker));
-    // The worker yields, not this thread.
+    // The worker's thread yields, not this one.
     compare(
         state, [&] { return request(connector, address); }, [&] { return request(router, address); }, neverYields);
 }

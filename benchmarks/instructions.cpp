@@ -9,8 +9,8 @@
 #include <thread>
 
 /// instructions framework|floor COUNT: makes COUNT requests, for a tool that counts instructions. The difference
-/// between two counts is free of what starting costs. Prints how many allocations each request made, the caller's own
-/// included.
+/// between two runs with different counts excludes the cost of starting. Prints the number of allocations per request,
+/// including the caller's own.
 int main(int argc, char** argv) {
     if (argc != 3)
         return 2;

@@ -5,7 +5,7 @@
 #include <thread>
 
 int main(int argc, char** argv) {
-    // The standard library leaves atomic operations out until there was a second thread; hosts have some.
+    // The standard library avoids atomic operations until the program starts a second thread, as hosts do.
     std::thread([] {}).join();
 #if defined(__clang__)
     benchmark::AddCustomContext("compiler", "clang " __clang_version__);

@@ -49,7 +49,7 @@ def run_once(program, out):
             raise SystemExit(f"{entry['name']}: {entry['error_message']}")
         name = entry["run_name"].replace("/real_time", "")
         rounds.setdefault(name, []).append(
-            (entry["repetition_index"], entry.get("ns", entry["real_time"]), entry.get("yardstick_ns"),
+            (entry["repetition_index"], entry.get("ns", entry["real_time"]), entry.get("baseline_ns"),
              entry.get("ratio")))
     # Benchmarks on several threads can't alternate with their baseline, so their repetitions serve as rounds.
     for name in [name for name in rounds if name.startswith("threads/framework")]:
@@ -127,8 +127,8 @@ def order(name):
 def ratios(with_yield, without):
     rows = []
     for name in sorted((name for name in with_yield if with_yield[name][2] is not None), key=order):
-        rows.append([code(name)] + [text for ns, yardstick, ratio in (with_yield[name], without[name])
-                              for text in (nanoseconds(ns), nanoseconds(yardstick), f"{ratio:.3f}")])
+        rows.append([code(name)] + [text for ns, baseline, ratio in (with_yield[name], without[name])
+                              for text in (nanoseconds(ns), nanoseconds(baseline), f"{ratio:.3f}")])
     return table(["benchmark", "ns", "baseline", "ratio", "without yield, ns", "baseline", "ratio"], rows)
 
 

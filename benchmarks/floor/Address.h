@@ -6,8 +6,8 @@
 
 namespace bench::floor {
 
-/// What an address has to be: its text and a cursor. Its functions lie in this library, as those of connector::Address
-/// lie in the framework's interface library: a call from the router crosses a border here as it does there.
+/// The least that an address needs: its text and a position. Its functions are in the floor's library, as those of
+/// connector::Address are in the interface library, so both routers call them across a library boundary.
 class Address {
 public:
     explicit Address(std::string text) noexcept;

@@ -14,8 +14,8 @@ namespace bench::floor {
 
 using MessagePtr = std::unique_ptr<connector::Message>;
 
-/// What a producer and a consumer of one reply must share, with the fields that a reply's state has by its contract
-/// (the reference to itself, a continuation's slot and its flags among them) and none of its checks.
+/// The state that the producer and the consumer of one reply share. It has the same fields as the framework's state,
+/// including the weak reference to itself, the slot for a continuation and the flags, but none of its checks.
 class State : public std::enable_shared_from_this<State> {
 public:
     State() = default;

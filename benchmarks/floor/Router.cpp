@@ -17,8 +17,7 @@ void Router::add(std::string_view name, std::shared_ptr<Provider> provider) {
 Future Router::handle(MessagePtr&& message, Address&& address, std::shared_ptr<connector::Context>&& context) {
     std::shared_ptr<Provider> provider;
     {
-        // Asked for first, as the connector does: lock_shared() alone pays for Boost's interruptible threads, even when
-        // it doesn't wait.
+        // As in the connector: lock_shared() prepares for Boost's thread interruption even if it doesn't wait.
         if (!mutex.try_lock_shared())
             mutex.lock_shared();
         const boost::shared_lock<boost::shared_mutex> lock(mutex, boost::adopt_lock);

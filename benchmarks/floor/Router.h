@@ -23,8 +23,8 @@ public:
     virtual Future handle(MessagePtr&& message, Address&& address, std::shared_ptr<connector::Context>&& context) = 0;
 };
 
-/// The least that can route a message under the connector's contract: a straight line of the same primitives, for an
-/// address whose first segment is served. No error is looked for, and no writer is kept from starving.
+/// The least code that routes a message under the connector's contract: the same primitives in a straight line, for an
+/// address whose first segment names a service. It checks for no errors, and writers can starve.
 class Router {
 public:
     void add(std::string_view name, std::shared_ptr<Provider> provider);

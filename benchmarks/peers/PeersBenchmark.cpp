@@ -16,9 +16,9 @@
 #include <unordered_map>
 #include <zmq.h>
 
-/// One request that carries a number to a service found by name and brings it back, done with what else people use.
-/// Each does it in the way that its manual shows; where messages are bytes or values, they get the bare number, which
-/// costs them less than the object that the others carry.
+/// One request that carries a number to a service found by name and returns it, made with this framework and with
+/// alternatives. Each alternative is used as its manual shows. Those whose messages are bytes or values carry the bare
+/// number, which costs less than the object that the others carry.
 namespace bench {
 namespace {
 
@@ -61,7 +61,7 @@ void naiveLater(benchmark::State& state) {
 }
 
 void signals(benchmark::State& state) {
-    // A signal copies what its slots give back, so the reply takes the message's place.
+    // A signal copies its slots' results, so the reply replaces the message instead.
     using Signal = boost::signals2::signal<void(MessagePtr&)>;
     std::unordered_map<std::string, Signal> routes;
     routes[name].connect([](MessagePtr& message) {

@@ -17,7 +17,7 @@ std::uint64_t yields() {
 
 } // namespace bench
 
-// Found before the system's by every library that this program loads.
+// Every library that this program loads calls this function instead of the system's.
 extern "C" int sched_yield() noexcept {
     ++bench::counted;
     return 0;

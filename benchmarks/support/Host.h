@@ -8,8 +8,8 @@
 #include <string>
 #include <utility>
 
-/// What a host brings along: one kind of message, one provider that answers at once with the message it got, and
-/// requests as callers make them, for the framework and for the floor.
+/// The host's part of a request, for the framework and for the floor: a message, a provider that answers at once with
+/// the message it received, and a caller.
 namespace bench {
 
 using MessagePtr = std::unique_ptr<connector::Message>;
@@ -44,7 +44,7 @@ inline long request(floor::Router& router, const std::string& address) {
     return numberOf(router.handle(std::make_unique<Number>(1), floor::Address(address), nullptr).get());
 }
 
-/// Names as hosts give them, all different.
+/// A name for each `i`, as a host might choose it.
 inline std::string serviceName(long i) {
     return "service" + std::to_string(i);
 }

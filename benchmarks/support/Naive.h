@@ -14,7 +14,7 @@
 
 namespace bench {
 
-/// What one would write without a framework: a map of functions behind a lock.
+/// Routing without a framework: a map of functions, guarded by a lock.
 class NaiveRouter {
 public:
     using Function = std::function<std::future<MessagePtr>(MessagePtr&&)>;
@@ -44,7 +44,7 @@ inline std::future<MessagePtr> naiveEcho(MessagePtr&& message) {
     return promise.get_future();
 }
 
-/// Answers naively from a worker's thread.
+/// A function for NaiveRouter that answers on a worker's thread.
 class NaiveLater {
 public:
     struct Task {
@@ -66,7 +66,7 @@ private:
     Worker<Task>* worker;
 };
 
-/// A provider that answers from a worker's thread.
+/// A provider that answers on a worker's thread.
 class Later : public connector::ServiceProvider {
 public:
     struct Task {

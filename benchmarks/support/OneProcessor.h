@@ -4,9 +4,9 @@
 
 namespace bench {
 
-/// Keeps this thread, and those that it starts, on one processor for as long as it lives. What a hand-over between
-/// threads costs depends most of all on whether the other's processor was asleep; on one processor it is a switch of
-/// threads, each time.
+/// While it exists, keeps this thread and the threads that it starts on one processor. On several processors, the cost
+/// of passing work to another thread depends mostly on whether that thread's processor was asleep. On one processor it
+/// is always a switch of threads.
 class OneProcessor {
 public:
     OneProcessor() {

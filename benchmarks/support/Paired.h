@@ -19,8 +19,8 @@ inline double median(std::vector<double>& values) {
     return *middle;
 }
 
-/// Nanoseconds for each of `calls` calls of `body`. Where yields are counted, ends the program unless each call yielded
-/// `yieldsPerCall` times: the figures of that program would mean something else.
+/// The mean time of `calls` calls of `body`, in nanoseconds. If yields are counted, ends the program unless each call
+/// yielded `yieldsPerCall` times: its results would be meaningless.
 template <class Body>
 double nanoseconds(int calls, std::uint64_t yieldsPerCall, Body& body) {
     const std::uint64_t before = yields();
@@ -32,38 +32,38 @@ double nanoseconds(int calls, std::uint64_t yieldsPerCall, Body& body) {
     if (yields() - before != expected) {
         std::fprintf(stderr, "%d calls yielded %llu times instead of %llu\n", calls,
                      static_cast<unsigned long long>(yields() - before), static_cast<unsigned long long>(expected));
-        std::exit(1); // NOLINT(concurrency-mt-unsafe): nothing else runs here
+        std::exit(1);
     }
     return elapsed.count() / calls;
 }
 
-/// How often one call yields: once for each future that is resolved on its thread.
+/// The number of times that one call yields: once for each future that is resolved on its thread.
 struct YieldsPerCall {
     std::uint64_t body = 1;
-    std::uint64_t yardstick = 1;
+    std::uint64_t baseline = 1;
 };
 
 constexpr YieldsPerCall neverYields{0, 0};
 
-/// Measures `body` beside `yardstick`: in each round some calls of one, then as many of the other, the first of a round
-/// by turns, so that whatever else the machine does meets both. Reports the medians over the rounds of both times and
-/// of the rounds' ratios.
-template <class Body, class Yardstick>
-void compare(benchmark::State& state, Body&& body, Yardstick&& yardstick, YieldsPerCall expected = {},
+/// Measures `body` against `baseline`. Each round makes some calls of one and then as many of the other, alternating
+/// which is first, so that other load on the machine affects both. Reports the medians, over all rounds, of both times
+/// and of their ratio.
+template <class Body, class Baseline>
+void compare(benchmark::State& state, Body&& body, Baseline&& baseline, YieldsPerCall expected = {},
              int callsPerRound = 100) {
     std::vector<double> times;
-    std::vector<double> yardsticks;
+    std::vector<double> baselines;
     std::vector<double> ratios;
     bool bodyFirst = false;
     for ([[maybe_unused]] auto _ : state) {
         bodyFirst = !bodyFirst;
-        const double before = bodyFirst ? 0 : nanoseconds(callsPerRound, expected.yardstick, yardstick);
+        const double before = bodyFirst ? 0 : nanoseconds(callsPerRound, expected.baseline, baseline);
         times.push_back(nanoseconds(callsPerRound, expected.body, body));
-        yardsticks.push_back(bodyFirst ? nanoseconds(callsPerRound, expected.yardstick, yardstick) : before);
-        ratios.push_back(times.back() / yardsticks.back());
+        baselines.push_back(bodyFirst ? nanoseconds(callsPerRound, expected.baseline, baseline) : before);
+        ratios.push_back(times.back() / baselines.back());
     }
     state.counters["ns"] = median(times);
-    state.counters["yardstick_ns"] = median(yardsticks);
+    state.counters["baseline_ns"] = median(baselines);
     state.counters["ratio"] = median(ratios);
 }
 

@@ -4,12 +4,12 @@
 
 namespace bench {
 
-/// Whether this program has a sched_yield of its own, which counts and returns at once. Everything is measured in a
-/// program with the system's and in one with this: each resolution of a future yields, and that hides what else it
-/// costs.
+/// Whether this program has its own sched_yield, which only counts its calls. Each resolution of a future yields, and
+/// the system call hides the other costs. Everything is therefore measured in two programs: with the system's
+/// sched_yield and with this one.
 extern const bool yieldsAreCounted;
 
-/// How often this thread has yielded, if that is counted.
+/// The number of times that this thread has yielded, if that is counted; otherwise 0.
 std::uint64_t yields();
 
 } // namespace bench
