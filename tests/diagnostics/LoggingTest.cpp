@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <stdexcept>
+#include <thread>
 
 namespace connector::test {
 namespace {
@@ -64,6 +65,27 @@ TEST_F(Logging, WritesNothingWhenAPieceThrows) {
         std::runtime_error);
     EXPECT_EQ(evaluated, 1);
     EXPECT_TRUE(log.records.empty());
+}
+
+// As at the end of a process, whose threads may log through a logger with static life.
+TEST_F(Logging, IsOverWithItsLogger) {
+    std::atomic<bool> writing{false}, destroyed{false}, written{false};
+    LogCapture log(0x300, [&](const LogCapture::Record&) {
+        writing = true;
+        while (!destroyed)
+            std::this_thread::yield();
+        for (volatile int i = 0; i < 10'000'000;)
+            i = i + 1;
+        written = true;
+    });
+    auto logger = std::make_unique<fl::log::basic_diagnostic_logger<char>>(LogCapture::channel);
+    std::thread other([&] { FL_LOG(*logger, 0x100) << piece(); });
+    while (!writing)
+        std::this_thread::yield();
+    destroyed = true;
+    logger.reset();
+    EXPECT_TRUE(written);
+    other.join();
 }
 
 TEST(SeverityMask, HoldsForLoggersThatLiveAndThoseToCome) {

@@ -26,7 +26,8 @@ namespace fl::log {
 ///
 /// Threads: any number at a time. Opening a record takes the logger's lock exclusively; formatting it and handing it to
 /// the sinks happens outside that lock. Sinks run on the thread that logs. When the process ends, logging ends first:
-/// what a thread that still runs then, or the destructor of a global, logs is not written.
+/// what a thread that still runs then, or the destructor of a global, logs is not written. The destructor of a logger
+/// waits for its statements under way on other threads, for a second at most.
 template <class CharT>
 class basic_diagnostic_logger : public boost::log::sources::basic_composite_logger<
                                     CharT, basic_diagnostic_logger<CharT>,
@@ -44,7 +45,7 @@ public:
     bool enabled(std::uint32_t severity) const noexcept { return enabledSeverityMask.test(severity); }
 
     /// Begins a statement, for FL_LOG.
-    detail::statement begin(std::uint32_t severity) const noexcept { return {enabledSeverityMask, severity}; }
+    detail::statement begin(std::uint32_t severity) { return {enabledSeverityMask, severity}; }
 
 private:
     detail::channel_mask enabledSeverityMask;

@@ -1,10 +1,13 @@
 #include <fl/log/detail/channel_mask.h>
 #include <fl/log/severity_mask.h>
 
+#include <boost/log/sources/severity_feature.hpp>
+
 #include <algorithm>
 #include <chrono>
 #include <map>
 #include <mutex>
+#include <new>
 #include <thread>
 #include <vector>
 
@@ -21,32 +24,59 @@ struct channel_table {
     std::map<std::string, channel_state> channels; // guarded by mutex
 };
 
-// A function's static: made by the first logger's constructor, so it outlives every logger.
+// Empties the table, so that unloading the library leaves nothing behind.
+struct end_of_table {
+    explicit end_of_table(channel_table& table) : table(table) {}
+    end_of_table(const end_of_table&) = delete;
+    end_of_table& operator=(const end_of_table&) = delete;
+    ~end_of_table() {
+        const std::lock_guard<std::mutex> lock(table.mutex);
+        table.channels.clear();
+    }
+
+    channel_table& table;
+};
+
+// Made by the first logger's constructor and never destroyed: threads that still run when the process ends may use it.
 channel_table& table() {
-    static channel_table channels;
+    alignas(channel_table) static unsigned char storage[sizeof(channel_table)];
+    static channel_table& channels = *new (storage) channel_table;
+    static const end_of_table end(channels);
     return channels;
 }
 
-// Sequentially consistent: either the end of logging sees a statement in `writing`, or the statement sees that logging
-// has `ended`.
-std::atomic<std::uint32_t> writing{0};
+// Sequentially consistent, as are a logger's count and the test of its mask that follows: either the end sees a
+// statement counted in, or the statement sees the end.
 std::atomic<bool> ended{false};
 
-// This thread's part of `writing`.
+// This thread's statements under way, of all loggers.
 thread_local std::uint32_t writingOnThisThread = 0;
 
+// A sink that never returns must not keep the process from ending.
+template <class Condition>
+void waitWhile(const Condition& condition) {
+    const auto enough = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+    while (condition() && std::chrono::steady_clock::now() < enough)
+        std::this_thread::yield();
+}
+
+bool othersWrite() {
+    const std::lock_guard<std::mutex> lock(table().mutex);
+    for (const auto& channel : table().channels)
+        for (const detail::channel_mask* logger : channel.second.loggers)
+            if (logger->usedByOthers())
+                return true;
+    return false;
+}
+
 struct end_of_logging {
-    end_of_logging() = default;
+    // Boost.Log makes this with the first record that it opens, and can destroy it before what was made earlier only.
+    end_of_logging() { boost::log::sources::aux::get_severity_level(); }
     end_of_logging(const end_of_logging&) = delete;
     end_of_logging& operator=(const end_of_logging&) = delete;
-
-    // Doesn't wait for this thread: a sink may have ended the process. Doesn't wait for ever: a sink that never returns
-    // must not keep the process from ending.
     ~end_of_logging() {
         ended.store(true);
-        const auto enough = std::chrono::steady_clock::now() + std::chrono::seconds(1);
-        while (writing.load() != writingOnThisThread && std::chrono::steady_clock::now() < enough)
-            std::this_thread::yield();
+        waitWhile(othersWrite);
     }
 };
 
@@ -76,29 +106,36 @@ channel_mask::channel_mask(const std::string& channel) : value(0) {
 }
 
 channel_mask::~channel_mask() {
-    const std::lock_guard<std::mutex> lock(table().mutex);
-    for (auto& channel : table().channels) {
-        auto& loggers = channel.second.loggers;
-        loggers.erase(std::remove(loggers.begin(), loggers.end(), this), loggers.end());
+    {
+        const std::lock_guard<std::mutex> lock(table().mutex);
+        for (auto& channel : table().channels) {
+            auto& loggers = channel.second.loggers;
+            loggers.erase(std::remove(loggers.begin(), loggers.end(), this), loggers.end());
+        }
     }
+    value.store(0);
+    if (!ended.load())
+        waitWhile([this] { return usedByOthers(); });
 }
 
-bool enter_statement() noexcept {
+bool channel_mask::enter(std::uint32_t severity) {
+    static const end_of_logging end;
     ++writingOnThisThread;
     writing.fetch_add(1);
-    if (!ended.load())
+    if (!ended.load() && (value.load() & severity) != 0)
         return true;
-    writing.fetch_sub(1);
-    --writingOnThisThread;
+    leave();
     return false;
 }
 
-void leave_statement() noexcept {
-    // Made at the end of the first statement, so after all that Boost.Log made for it: its destructor runs before
-    // theirs.
-    static const end_of_logging end;
+void channel_mask::leave() noexcept {
     writing.fetch_sub(1);
     --writingOnThisThread;
+}
+
+// This thread may be in a statement of its own: a sink may have ended the process.
+bool channel_mask::usedByOthers() const noexcept {
+    return writing.load() > writingOnThisThread;
 }
 
 } // namespace detail

@@ -8,12 +8,16 @@
 
 namespace fl::log::detail {
 
-/// A logger's own copy of its channel's mask, kept up to date for as long as it lives.
+/// A logger's own copy of its channel's mask, kept up to date for as long as it lives, and the count of the logger's
+/// statements under way.
 class FL_EXPORT channel_mask {
 public:
     explicit channel_mask(const std::string& channel);
     channel_mask(const channel_mask&) = delete;
     channel_mask& operator=(const channel_mask&) = delete;
+
+    /// Masks everything out, for threads that still run when a logger with static life is destroyed, and waits for
+    /// their statements under way, for a second at most.
     ~channel_mask();
 
     // Relaxed: a mask guards nothing, it only says what is wanted, and a statement that sees it a moment late is no
@@ -21,34 +25,40 @@ public:
     bool test(std::uint32_t severity) const noexcept { return (value.load(std::memory_order_relaxed) & severity) != 0; }
     void set(std::uint32_t mask) noexcept { value.store(mask, std::memory_order_relaxed); }
 
+    /// Counts a statement in, if logging hasn't ended and `severity` is still wanted; then leave() follows on the same
+    /// thread. Throws std::bad_alloc, and what Boost.Log throws as it is set up.
+    bool enter(std::uint32_t severity);
+    void leave() noexcept;
+
+    /// Whether statements of other threads are under way.
+    bool usedByOthers() const noexcept;
+
 private:
     std::atomic<std::uint32_t> value;
+    std::atomic<std::uint32_t> writing{0};
 };
 
-/// Counts a statement in; false when logging has ended. Each that was counted in is counted out on its own thread.
-FL_EXPORT bool enter_statement() noexcept;
-FL_EXPORT void leave_statement() noexcept;
-
-/// A log statement from its test of the mask to its end.
+/// One log statement, from its test of the mask to its end.
 ///
-/// Boost.Log makes what it writes with when the first record is written, and destroys it early when the process ends.
-/// Whoever logs later, from the destructor of a global or from a thread that still runs, would use what is gone. So
-/// logging ends before that: statements under way are waited for, and later ones write nothing.
+/// Boost.Log destroys what it writes with early when the process ends. Threads that still run then, and destructors of
+/// globals, would use what is gone. So logging ends before that: statements under way are waited for, and later ones
+/// write nothing.
 class statement {
 public:
-    statement(const channel_mask& mask, std::uint32_t severity) noexcept
-        : counted(mask.test(severity) && enter_statement()) {}
+    statement(channel_mask& mask, std::uint32_t severity)
+        : mask(mask), counted(mask.test(severity) && mask.enter(severity)) {}
     statement(const statement&) = delete;
     statement& operator=(const statement&) = delete;
     ~statement() {
         if (counted)
-            leave_statement();
+            mask.leave();
     }
 
     /// Whether there is anything to write.
     explicit operator bool() const noexcept { return counted; }
 
 private:
+    channel_mask& mask;
     const bool counted;
 };
 
