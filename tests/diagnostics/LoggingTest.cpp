@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
+#include <iomanip>
 #include <stdexcept>
 #include <thread>
 
@@ -65,6 +66,29 @@ TEST_F(Logging, WritesNothingWhenAPieceThrows) {
         std::runtime_error);
     EXPECT_EQ(evaluated, 1);
     EXPECT_TRUE(log.records.empty());
+}
+
+TEST_F(Logging, IsAStatementThatEvaluatesItsLoggerAndSeverityOnce) {
+    LogCapture log(0x300);
+    fl::log::basic_diagnostic_logger<char> logger(LogCapture::channel);
+    int loggers = 0, severities = 0;
+    const auto ask = [&]() -> auto& {
+        return ++loggers, logger;
+    };
+    const auto severity = [&](std::uint32_t value) { return ++severities, value; };
+    for (const bool wanted : {true, false})
+        if (wanted)
+            FL_LOG(ask(), severity(0x100)) << "outer " << [&] {
+                FL_LOG(ask(), severity(0x200)) << "inner " << std::hex << 255;
+                return 1;
+            }();
+        else
+            FL_LOG(ask(), severity(0x8)) << piece();
+    EXPECT_EQ(loggers, 3);
+    EXPECT_EQ(severities, 3);
+    EXPECT_EQ(evaluated, 0);
+    EXPECT_THAT(log.records, testing::ElementsAre(LogCapture::Record{0x200, LogCapture::channel, "inner ff"},
+                                                  LogCapture::Record{0x100, LogCapture::channel, "outer 1"}));
 }
 
 // As at the end of a process, whose threads may log through a logger with static life.

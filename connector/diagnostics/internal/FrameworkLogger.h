@@ -10,9 +10,9 @@ namespace connector::internal {
 extern fl::log::basic_diagnostic_logger<char> frameworkLogger;
 
 /// The severities in use: what happens, what was survived, what was refused.
-inline constexpr std::uint32_t chatter = 0x8;
-inline constexpr std::uint32_t warning = 0x100;
-inline constexpr std::uint32_t error = 0x200;
+constexpr std::uint32_t chatter = 0x8;
+constexpr std::uint32_t warning = 0x100;
+constexpr std::uint32_t error = 0x200;
 
 } // namespace connector::internal
 

@@ -15,6 +15,7 @@
 #include <boost/log/sources/severity_feature.hpp>
 #include <boost/log/sources/threading_models.hpp>
 #include <boost/log/utility/strictest_lock.hpp>
+#include <boost/preprocessor/cat.hpp>
 
 #include <cstdint>
 #include <string>
@@ -44,8 +45,10 @@ public:
     /// Whether records of `severity` are wanted. One relaxed load and a bit test.
     bool enabled(std::uint32_t severity) const noexcept { return enabledSeverityMask.test(severity); }
 
-    /// Begins a statement, for FL_LOG.
-    detail::statement begin(std::uint32_t severity) { return {enabledSeverityMask, severity}; }
+    /// Begins a statement, for FL_LOG. Not on a temporary, which would be gone before the record is written.
+    detail::statement<basic_diagnostic_logger> begin(std::uint32_t severity) & {
+        return {*this, enabledSeverityMask, severity};
+    }
 
 private:
     detail::channel_mask enabledSeverityMask;
@@ -55,10 +58,15 @@ private:
 
 /// Writes one record: FL_LOG(logger, severity) << piece << piece;
 ///
+/// A statement, with or without braces around it: after `if`, `else`, a label or the head of a loop, and in a piece of
+/// another one. `logger` and `severity` are evaluated once; the logger must outlive the statement.
+///
 /// A severity that is masked out costs one load and a bit test; then, and when Boost.Log's core is disabled or its
 /// filter refuses the record, no piece is evaluated. Nothing is caught: what a piece, a filter or a sink throws passes
 /// on, and a record whose formatting it interrupted is not written.
-#define FL_LOG(logger, severity)                                                                                       \
-    if (const auto flStatement = (logger).begin(severity); !flStatement) {                                             \
-    } else                                                                                                             \
-        BOOST_LOG_SEV(logger, severity)
+#define FL_LOG(logger, severity) FL_LOG_AS(BOOST_PP_CAT(flStatement, __COUNTER__), logger, severity)
+
+// `statement` is a name of its own for each use, since a piece may log too.
+#define FL_LOG_AS(statement, target, level)                                                                            \
+    for (auto statement = (target).begin(level); statement.next();)                                                    \
+    BOOST_LOG_SEV(statement.logger(), statement.severity())

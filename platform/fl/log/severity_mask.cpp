@@ -118,19 +118,26 @@ channel_mask::~channel_mask() {
         waitWhile([this] { return usedByOthers(); });
 }
 
-bool channel_mask::enter(std::uint32_t severity) {
+bool channel_mask::enter(std::uint32_t severity, std::uintmax_t& outer) {
     static const end_of_logging end;
+    // First of all: this thread may be in a statement whose sink ended the process.
+    if (ended.load())
+        return false;
+    if (writingOnThisThread > 0)
+        outer = boost::log::sources::aux::get_severity_level();
     ++writingOnThisThread;
     writing.fetch_add(1);
     if (!ended.load() && (value.load() & severity) != 0)
         return true;
-    leave();
+    leave(outer);
     return false;
 }
 
-void channel_mask::leave() noexcept {
+void channel_mask::leave(std::uintmax_t outer) noexcept {
     writing.fetch_sub(1);
     --writingOnThisThread;
+    if (writingOnThisThread > 0)
+        boost::log::sources::aux::get_severity_level() = outer;
 }
 
 // This thread may be in a statement of its own: a sink may have ended the process.

@@ -8,7 +8,7 @@
 namespace fl::log {
 
 /// The mask of a channel for which none was set: warnings and errors.
-inline constexpr std::uint32_t defaultSeverityMask = 0x300;
+constexpr std::uint32_t defaultSeverityMask = 0x300;
 
 /// Chooses which severities the loggers of `channel` write: those whose bit is set in `mask`. Takes effect at once in
 /// living loggers and is kept for later ones. Any thread; takes the library's own lock. Throws std::bad_alloc, having

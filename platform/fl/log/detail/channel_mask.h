@@ -26,9 +26,10 @@ public:
     void set(std::uint32_t mask) noexcept { value.store(mask, std::memory_order_relaxed); }
 
     /// Counts a statement in, if logging hasn't ended and `severity` is still wanted; then leave() follows on the same
-    /// thread. Throws std::bad_alloc, and what Boost.Log throws as it is set up.
-    bool enter(std::uint32_t severity);
-    void leave() noexcept;
+    /// thread. Boost.Log keeps one severity for each thread: that of the statement around this one is saved in `outer`
+    /// and restored. Throws std::bad_alloc, and what Boost.Log throws as it is set up.
+    bool enter(std::uint32_t severity, std::uintmax_t& outer);
+    void leave(std::uintmax_t outer) noexcept;
 
     /// Whether statements of other threads are under way.
     bool usedByOthers() const noexcept;
@@ -43,23 +44,36 @@ private:
 /// Boost.Log destroys what it writes with early when the process ends. Threads that still run then, and destructors of
 /// globals, would use what is gone. So logging ends before that: statements under way are waited for, and later ones
 /// write nothing.
+template <class Logger>
 class statement {
 public:
-    statement(channel_mask& mask, std::uint32_t severity)
-        : mask(mask), counted(mask.test(severity) && mask.enter(severity)) {}
+    statement(Logger& logger, channel_mask& mask, std::uint32_t severity)
+        : target(logger), counter(mask), level(severity), counted(mask.test(severity) && mask.enter(severity, outer)),
+          pending(counted) {}
     statement(const statement&) = delete;
     statement& operator=(const statement&) = delete;
     ~statement() {
         if (counted)
-            mask.leave();
+            counter.leave(outer);
     }
 
-    /// Whether there is anything to write.
-    explicit operator bool() const noexcept { return counted; }
+    /// True once if there is anything to write.
+    bool next() noexcept {
+        const bool first = pending;
+        pending = false;
+        return first;
+    }
+
+    Logger& logger() const noexcept { return target; }
+    std::uint32_t severity() const noexcept { return level; }
 
 private:
-    channel_mask& mask;
+    Logger& target;
+    channel_mask& counter;
+    const std::uint32_t level;
+    std::uintmax_t outer = 0;
     const bool counted;
+    bool pending;
 };
 
 } // namespace fl::log::detail
