@@ -44,7 +44,8 @@ struct Undeliverable : exchange::Message {
 
 struct TestQueue : exchange::MessageQueue {
     using Body = std::function<void(const exchange::Envelope&)>;
-    explicit TestQueue(Body body) : MessageQueue({}), body(std::move(body)) {}
+    explicit TestQueue(Body body, const boost::shared_ptr<exchange::DefaultExchange>& exchange = {})
+        : MessageQueue(exchange), body(std::move(body)) {}
     void queueRemoved() override { onRemoval(); }
     void processEnvelope(const exchange::Envelope* envelope) override { body(*envelope); }
     const Body body;
@@ -115,6 +116,26 @@ protected:
     const std::shared_ptr<ConnectorImpl> connector = std::make_shared<ConnectorImpl>();
     std::vector<std::string> names;
 };
+
+// Queues that are dropped with their exchange still find it, as does what they register meanwhile.
+TEST_F(ExchangeTest, DropsItsQueuesAsItIsDestroyed) {
+    std::vector<std::string> events;
+    auto own = boost::make_shared<exchange::DefaultExchange>("own");
+    exchange::DefaultExchange* const raw = own.get();
+    const auto add = [&](const std::string& name, const std::function<void()>& lastAct) {
+        const auto queue = boost::make_shared<TestQueue>(
+            [held = std::shared_ptr<void>(nullptr, [lastAct](void*) { lastAct(); })](auto&) {}, own);
+        EXPECT_EQ(queue->exchange(), own);
+        queue->onRemoval = [&events, name]() { throw std::runtime_error(events.emplace_back(name + " removed")); };
+        raw->addQueue(name, queue);
+    };
+    add("first", [&] {
+        events.push_back(outcome(raw->submitWithReply(nullptr, exchange::Address("own", "first"))));
+        add("second", [&] { events.emplace_back("second dies"); });
+    });
+    own.reset();
+    EXPECT_THAT(events, testing::ElementsAre("first removed", "threw broken_promise", "second removed", "second dies"));
+}
 
 TEST_F(ExchangeTest, AnswersForTheQueueThatIsNotThere) {
     EXPECT_EQ(outcome(submit(boost::make_shared<Undeliverable>(

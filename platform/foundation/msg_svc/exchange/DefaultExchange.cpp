@@ -4,6 +4,7 @@
 #include <boost/exception_ptr.hpp>
 #include <boost/smart_ptr/make_shared.hpp>
 
+#include <cstdlib>
 #include <exception>
 #include <mutex>
 #include <stdexcept>
@@ -29,7 +30,10 @@ private:
 
 DefaultExchange::DefaultExchange(std::string name) : name(std::move(name)) {}
 
-DefaultExchange::~DefaultExchange() = default;
+DefaultExchange::~DefaultExchange() {
+    while (dropQueues()) {
+    }
+}
 
 const std::string& DefaultExchange::getExchangeName() const {
     return name;
@@ -42,10 +46,14 @@ void DefaultExchange::addQueue(const std::string& queueName, boost::shared_ptr<M
         throw std::invalid_argument("Queue can't be empty.");
     // `queue` keeps its reference, so that no queue dies under the lock if the table can't grow.
     Queues added{{queueName, queue}};
+    bool late;
     {
         const std::unique_lock<std::shared_mutex> lock(queuesMutex);
         queues.merge(added);
+        late = closedBy == std::this_thread::get_id();
     }
+    if (late)
+        closeAtExit();
     if (!added.empty())
         throw std::runtime_error("Queue '" + queueName + "' already registered.");
 }
@@ -75,6 +83,35 @@ DefaultExchange::submitWithReply(const boost::shared_ptr<const Message>& message
         }
     }
     return future;
+}
+
+// Returns whether there were any: their destructors may register others.
+bool DefaultExchange::dropQueues() noexcept {
+    Queues dropped;
+    {
+        const std::unique_lock<std::shared_mutex> lock(queuesMutex);
+        dropped.swap(queues);
+    }
+    for (const auto& named : dropped) {
+        try {
+            named.second->queueRemoved();
+        } catch (...) { // NOLINT(bugprone-empty-catch): nobody is left to take it
+        }
+    }
+    return !dropped.empty();
+}
+
+// Once more for each queue that a destructor registers at the end of the process: that is dropped after the destructor.
+// Not for those of other threads, which might never stop.
+void DefaultExchange::closeAtExit() noexcept {
+    std::atexit([] {
+        const auto exchange = ExchangeApi::defaultInstance();
+        {
+            const std::unique_lock<std::shared_mutex> lock(exchange->queuesMutex);
+            exchange->closedBy = std::this_thread::get_id();
+        }
+        exchange->dropQueues();
+    });
 }
 
 void DefaultExchange::deliver(const Envelope& envelope) const {

@@ -7,6 +7,7 @@
 
 #include <shared_mutex>
 #include <string>
+#include <thread>
 #include <unordered_map>
 
 namespace foundation::msg_svc::exchange {
@@ -17,6 +18,9 @@ class FOUNDATION_EXPORT DefaultExchange final : public ExchangeApi {
 public:
     /// An exchange without queues.
     explicit DefaultExchange(std::string name);
+
+    /// Drops all queues as ExchangeApi::removeQueue() does; what their queueRemoved() throws is lost. The exchange still
+    /// answers while their destructors run.
     ~DefaultExchange() override;
 
     const std::string& getExchangeName() const override;
@@ -26,10 +30,13 @@ public:
     submitWithReply(const boost::shared_ptr<const Message>& message, const Address& address) override;
 
 private:
+    friend class ExchangeApi;
     using Queues = std::unordered_map<std::string, boost::shared_ptr<MessageQueue>>;
 
     boost::shared_ptr<MessageQueue> find(const std::string& queueName) const;
     void deliver(const Envelope& envelope) const;
+    bool dropQueues() noexcept;
+    static void closeAtExit() noexcept;
 
     // Constant after construction.
     const std::string name;
@@ -37,6 +44,7 @@ private:
     // Guarded by queuesMutex: shared to read, exclusive to write.
     mutable std::shared_mutex queuesMutex;
     Queues queues;
+    std::thread::id closedBy; // the thread that ended the process, if that has come to it
 };
 
 } // namespace foundation::msg_svc::exchange

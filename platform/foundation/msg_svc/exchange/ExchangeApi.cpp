@@ -3,7 +3,32 @@
 
 #include <boost/smart_ptr/make_shared.hpp>
 
+#include <cstddef>
+#include <new>
+
 namespace foundation::msg_svc::exchange {
+namespace {
+
+using Exchange = boost::shared_ptr<DefaultExchange>;
+
+/// Gives each type that it is asked for one place in static storage, so that the process's exchange needs no memory
+/// that somebody would have to free.
+template <class T>
+struct StaticAllocator {
+    using value_type = T;
+
+    StaticAllocator() = default;
+    template <class Other>
+    explicit StaticAllocator(const StaticAllocator<Other>&) {}
+
+    T* allocate(std::size_t) {
+        alignas(T) static unsigned char storage[sizeof(T)];
+        return reinterpret_cast<T*>(storage); // NOLINT(cppcoreguidelines-pro-type-reinterpret-cast)
+    }
+    void deallocate(T*, std::size_t) {}
+};
+
+} // namespace
 
 ExchangeApi::~ExchangeApi() = default;
 
@@ -12,7 +37,13 @@ boost::shared_ptr<ExchangeApi> ExchangeApi::instance() {
 }
 
 boost::shared_ptr<DefaultExchange> ExchangeApi::defaultInstance() {
-    static const auto exchange = boost::make_shared<DefaultExchange>("default");
+    // Never destroyed: destructors of globals and threads that still run when the process ends may use it.
+    alignas(Exchange) static unsigned char storage[sizeof(Exchange)];
+    static const Exchange& exchange = []() -> const Exchange& {
+        DefaultExchange::closeAtExit();
+        return *new (storage)
+            Exchange(boost::allocate_shared<DefaultExchange>(StaticAllocator<DefaultExchange>(), "default"));
+    }();
     return exchange;
 }
 

@@ -25,8 +25,14 @@ public:
     ExchangeApi& operator=(const ExchangeApi&) = delete;
     virtual ~ExchangeApi();
 
-    /// The exchange of this process, always the same. Made by the first call; lets go of its queues when the process's
-    /// static objects are destroyed or, if that comes first, this library is unloaded.
+    /// The exchange of this process, always the same. Made by the first call and never destroyed: destructors of globals
+    /// and threads that still run when the process ends may use it like any other code.
+    ///
+    /// When the process's static objects are destroyed or, if that comes first, this library is unloaded, the exchange
+    /// drops its queues, as removeQueue() does; what their queueRemoved() throws is lost then. It still answers while
+    /// their destructors run, and afterwards. A queue that a destructor registers after that works, and is dropped when
+    /// that destructor has returned; a queue that another thread registers stays until the process is gone, and isn't
+    /// destroyed.
     static boost::shared_ptr<ExchangeApi> instance();
 
     /// The same exchange, as queues want it.
