@@ -12,14 +12,18 @@
 #include <boost/make_shared.hpp>
 #include <gmock/gmock.h>
 
+#include <iomanip>
 #include <optional>
+#include <sstream>
 #include <stdexcept>
 #include <thread>
 
 namespace connector::test {
 
 namespace exchange = foundation::msg_svc::exchange;
-struct ForeignMessage : exchange::Message {};
+struct ForeignMessage : exchange::Message {
+    using Message::protectedEquals;
+};
 
 namespace {
 
@@ -30,7 +34,9 @@ using ExchangeReply = boost::shared_ptr<const exchange::Reply>;
 struct Own : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
-struct ForeignReply : exchange::Reply {};
+struct ForeignReply : exchange::Reply {
+    using Reply::protectedEquals;
+};
 
 // The queue answers each slot of the exchange's interface itself.
 static_assert(std::is_same_v<decltype(&WrapperQueue::queueRemoved), void (WrapperQueue::*)()>);
@@ -116,6 +122,35 @@ protected:
     const std::shared_ptr<ConnectorImpl> connector = std::make_shared<ConnectorImpl>();
     std::vector<std::string> names;
 };
+
+/// What messages and replies have in common.
+template <class T>
+void checkSaying(const char* type) {
+    const T one, other;
+    std::ostringstream text;
+    text << std::left << std::setfill('.') << "x";
+    one.toString(text, 3);
+    EXPECT_EQ(text.str(), std::string("x   ") + type);
+    EXPECT_TRUE(one.protectedEquals(one));
+    EXPECT_FALSE(one.protectedEquals(other));
+}
+
+TEST_F(ExchangeTest, NamesWhatItCarries) {
+    checkSaying<ForeignMessage>("connector::test::ForeignMessage");
+    checkSaying<ForeignReply>("connector::test::(anonymous namespace)::ForeignReply");
+
+    EXPECT_EQ(api->getExchangeName(), "default");
+    EXPECT_EQ(exchange::DefaultExchange("mine").getExchangeName(), "mine");
+    EXPECT_EQ(exchange::ExchangeApi::defaultInstance(), api);
+    const auto message = boost::make_shared<ForeignMessage>();
+    addQueue("a", boost::make_shared<TestQueue>([&](auto& envelope) {
+                 EXPECT_EQ(envelope.getMessage(), message);
+                 EXPECT_EQ(envelope.getAddress().getExchangeName(), "any");
+                 EXPECT_EQ(envelope.getAddress().getQueueName(), "a");
+                 sendReply(envelope, reply("yes"));
+             }));
+    EXPECT_EQ(outcome(api->submitWithReply(message, exchange::Address("any", "a"))), "yes");
+}
 
 // Queues that are dropped with their exchange still find it, as does what they register meanwhile.
 TEST_F(ExchangeTest, DropsItsQueuesAsItIsDestroyed) {

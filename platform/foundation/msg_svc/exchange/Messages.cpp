@@ -3,7 +3,6 @@
 
 #include <boost/core/demangle.hpp>
 
-#include <iomanip>
 #include <ostream>
 #include <typeinfo>
 
@@ -11,7 +10,10 @@ namespace foundation::msg_svc::exchange {
 namespace {
 
 void writeType(std::ostream& stream, int indentation, const std::type_info& type) {
-    stream << std::setw(indentation) << "" << boost::core::demangle(type.name());
+    // Whatever the stream's fill character is.
+    for (int i = 0; i < indentation; ++i)
+        stream.put(' ');
+    stream << boost::core::demangle(type.name());
 }
 
 } // namespace
