@@ -12,6 +12,12 @@
 #include <string>
 #include <unordered_map>
 
+// Whatever changes the layout of boost::shared_mutex on some platform.
+#if BOOST_THREAD_VERSION != 2 || defined(BOOST_THREAD_V2_SHARED_MUTEX) ||                                              \
+    (defined(BOOST_THREAD_PLATFORM_WIN32) && defined(BOOST_THREAD_PROVIDES_GENERIC_SHARED_MUTEX_ON_WIN))
+#error "Leave BOOST_THREAD_VERSION and BOOST_THREAD_V2_SHARED_MUTEX undefined: the library uses the default mutex."
+#endif
+
 namespace connector {
 
 namespace internal {
