@@ -91,7 +91,7 @@ TEST_F(Logging, IsAStatementThatEvaluatesItsLoggerAndSeverityOnce) {
                                                   LogCapture::Record{0x100, LogCapture::channel, "outer 1"}));
 }
 
-// As at the end of a process, whose threads may log through a logger with static life.
+// As at the end of a process: its threads may still log through a logger in static storage.
 TEST_F(Logging, IsOverWithItsLogger) {
     std::atomic<bool> writing{false}, destroyed{false}, written{false};
     LogCapture log(0x300, [&](const LogCapture::Record&) {
@@ -102,14 +102,18 @@ TEST_F(Logging, IsOverWithItsLogger) {
             i = i + 1;
         written = true;
     });
-    auto logger = std::make_unique<fl::log::basic_diagnostic_logger<char>>(LogCapture::channel);
+    using Logger = fl::log::basic_diagnostic_logger<char>;
+    alignas(Logger) static unsigned char storage[sizeof(Logger)];
+    auto* const logger = new (storage) Logger(LogCapture::channel);
     std::thread other([&] { FL_LOG(*logger, 0x100) << piece(); });
     while (!writing)
         std::this_thread::yield();
     destroyed = true;
-    logger.reset();
+    logger->~Logger();
     EXPECT_TRUE(written);
     other.join();
+    FL_LOG(*logger, 0x100) << piece();
+    EXPECT_EQ(evaluated, 1);
 }
 
 TEST(SeverityMask, HoldsForLoggersThatLiveAndThoseToCome) {

@@ -161,7 +161,10 @@ TEST_F(ExchangeTest, DropsItsQueuesAsItIsDestroyed) {
         const auto queue = boost::make_shared<TestQueue>(
             [held = std::shared_ptr<void>(nullptr, [lastAct](void*) { lastAct(); })](auto&) {}, own);
         EXPECT_EQ(queue->exchange(), own);
-        queue->onRemoval = [&events, name]() { throw std::runtime_error(events.emplace_back(name + " removed")); };
+        queue->onRemoval = [&events, raw, name] {
+            raw->removeQueue("nobody"); // takes the lock
+            throw std::runtime_error(events.emplace_back(name + " removed"));
+        };
         raw->addQueue(name, queue);
     };
     add("first", [&] {
@@ -398,6 +401,12 @@ TEST_F(ExchangeTest, LosesNothingWhenMemoryRunsOut) {
         EXPECT_EQ(done.use_count(), struck ? 1 : 2);
         if (struck)
             connector->addServiceProvider(name, done);
+        attempt(successes, [&] {
+            exchange::DefaultExchange own("own");
+            std::shared_ptr<void> held(nullptr, [&own](void*) { own.removeQueue("nobody"); }); // takes the lock
+            own.addQueue(name, boost::make_shared<TestQueue>([held = std::move(held)](auto&) {}));
+            return std::string("done");
+        });
         MessagePtr message = counted("hello");
         attempt(successes, [&] { return sent(name + "/rest", std::move(message)); });
         message.reset();
