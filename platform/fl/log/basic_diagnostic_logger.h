@@ -67,6 +67,8 @@ private:
 #define FL_LOG(logger, severity) FL_LOG_AS(BOOST_PP_CAT(flStatement, __COUNTER__), logger, severity)
 
 // `statement` is a name of its own for each use, since a piece may log too.
+// NOLINTBEGIN(bugprone-macro-parentheses): a name that is declared takes none
 #define FL_LOG_AS(statement, target, level)                                                                            \
     for (auto statement = (target).begin(level); statement.next();)                                                    \
     BOOST_LOG_SEV(statement.logger(), statement.severity())
+// NOLINTEND(bugprone-macro-parentheses)
