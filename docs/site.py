@@ -37,7 +37,8 @@ def guide():
     """The pages that there are, in reading order; those that ORDER doesn't know behind it."""
     found = {page.stem: page for page in sorted((ROOT / "docs").glob("*.md"))}
     ordered = [found.pop(name) for name in ORDER if name in found]
-    pages = [ROOT / "README.md", *ordered, *found.values(), ROOT / "CONTRIBUTING.md", ROOT / "CHANGELOG.md"]
+    own = [ROOT / name for name in ("CONTRIBUTING.md", "SECURITY.md", "CHANGELOG.md")]
+    pages = [ROOT / "README.md", *ordered, *found.values(), *own]
     return [page for page in pages if page.exists()]
 
 
