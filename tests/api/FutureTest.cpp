@@ -237,7 +237,7 @@ TEST(Future, LosesNothingWhenMemoryRunsOut) {
 }
 
 // The consumer lets go of everything as soon as it has the value, while the resolving call is still under way.
-TEST(Future, OutlivesAConsumerThatLeavesAtOnce) {
+TEST(Future, SurvivesTheRaceWithAConsumerThatLeavesAtOnce) {
     std::shared_ptr<State> produced;
     std::shared_ptr<State> consumed;
     int sum = 0;

@@ -183,7 +183,7 @@ TYPED_TEST(ProcessContext, IsOnlyMadeForAConnectorThatIsOwned) {
     EXPECT_TRUE(connector.newContext());
 }
 
-TEST(ProcessContexts, AreMadeOnceRace) {
+TEST(ProcessContexts, AreMadeOnceInARaceOfThreads) {
     std::shared_ptr<ConnectorImpl2> connector;
     std::shared_ptr<Context> made[3];
     const auto make = [&](std::size_t which) { return [&, which](int) { made[which] = connector->newContext(); }; };

@@ -223,7 +223,7 @@ TEST_F(Connectors, LetAProviderUseItsOwnConnector) {
 
 // Messages go out on two threads while their provider comes and goes on a third, and the connector stops and starts on
 // two more. Each message is answered exactly once: by the provider, or as not delivered.
-TEST_F(Connectors, AnswerEveryMessageOnceRace) {
+TEST_F(Connectors, AnswerEveryMessageOnceInARaceWithRegistration) {
     const int perRound = 100;
     const auto p = provider();
     std::atomic<int> delivered{0};

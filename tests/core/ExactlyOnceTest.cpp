@@ -13,11 +13,11 @@
 namespace connector::test {
 namespace {
 
-class ExactlyOnce : public testing::TestWithParam<bool> {};
+class RequestRace : public testing::TestWithParam<bool> {};
 
 // Every way to answer and not to answer, while providers are added, removed, stopped and started: each request ends in
 // one reply or one error, and when all is over no message is left.
-TEST_P(ExactlyOnce, EachRequestEndsInOneReplyOrOneErrorRace) {
+TEST_P(RequestRace, EndsInOneReplyOrOneError) {
     const auto alive = std::make_shared<int>(0);
     Worker<> worker;
     const auto connector =
@@ -73,7 +73,7 @@ TEST_P(ExactlyOnce, EachRequestEndsInOneReplyOrOneErrorRace) {
     EXPECT_EQ(alive.use_count(), 1);
 }
 
-INSTANTIATE_TEST_SUITE_P(Connectors, ExactlyOnce, testing::Bool(),
+INSTANTIATE_TEST_SUITE_P(Connectors, RequestRace, testing::Bool(),
                          [](const auto& exchange) { return exchange.param ? "OverTheExchange" : "InProcess"; });
 
 } // namespace

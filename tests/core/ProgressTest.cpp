@@ -60,7 +60,7 @@ std::string orderOf(const std::string& arrivals) {
 }
 
 // Neither overtakes: no reader a writer that waits, and no second writer the readers that waited for the first.
-TEST(Progress, IsInTheOrderOfArrival) {
+TEST(RaceForTheLock, IsServedInTheOrderOfArrival) {
     const struct {
         const char *arrivals, *order;
     } cases[] = {

@@ -133,7 +133,7 @@ TEST(SeverityMask, HoldsForLoggersThatLiveAndThoseToCome) {
     EXPECT_TRUE(second.enabled(0x100));
 }
 
-TEST(SeverityMask, MayBeSetWhileLoggersComeAndGo) {
+TEST(SeverityMask, MayBeSetInARaceWithNewLoggers) {
     std::atomic<int> wanted{0};
     race(rounds(30),
          {[](int round) {

@@ -416,7 +416,7 @@ TEST_F(ExchangeTest, LosesNothingWhenMemoryRunsOut) {
     }
 }
 
-TEST_F(ExchangeTest, DeliversWhileServicesComeAndGo) {
+TEST_F(ExchangeTest, DeliversInARaceWithRegistration) {
     const auto passing = [](int number) { return "passes " + std::to_string(number % 8); };
     for (int i = 0; i < 8; ++i)
         names.push_back(passing(i));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <boost/thread/barrier.hpp>
+#include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <fstream>
@@ -14,8 +15,12 @@
 
 namespace connector::test {
 
-/// How often a racing test tries its luck; CONNECTOR_TEST_ROUNDS multiplies it.
+/// How often a race test repeats its race: `usual` times CONNECTOR_TEST_ROUNDS, if that is set. A test whose name lacks
+/// "Race" fails here, since that word gives a test the label `race`.
 inline int rounds(int usual) {
+    const testing::TestInfo& test = *testing::UnitTest::GetInstance()->current_test_info();
+    const std::string name = std::string(test.test_suite_name()) + '.' + test.name();
+    EXPECT_NE(name.find("Race"), std::string::npos) << name << " is a race test: put \"Race\" into its name";
     const char* factor = std::getenv("CONNECTOR_TEST_ROUNDS"); // NOLINT(concurrency-mt-unsafe)
     return factor ? usual * std::stoi(factor) : usual;
 }
