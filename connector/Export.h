@@ -7,8 +7,8 @@
 #include <connector/needs-C++17>
 #endif
 
-/// Export macros. The libraries are built with hidden visibility; each exported declaration has the macro of the library
-/// that defines it. The build of that library defines its CONNECTOR_..._BUILDING.
+/// Export macros. The libraries are built with hidden visibility; each exported declaration has the macro of the
+/// library that defines it. The build of that library defines its CONNECTOR_..._BUILDING.
 
 #if defined(_WIN32)
 #define CONNECTOR_EXPORT_SYMBOL __declspec(dllexport)

@@ -84,8 +84,8 @@ private:
     std::size_t position = exhausted();
 };
 
-// Defined in line for speed. The library exports all of them besides, for a caller that looks them up, or whose compiler
-// puts nothing in line: Address.cpp compiles these same lines without the keyword.
+// Inline for speed. The library also exports all of them, for callers that look them up or whose compiler inlines
+// nothing: Address.cpp compiles these definitions without the keyword.
 #if !defined(CONNECTOR_ADDRESS_INLINE)
 #define CONNECTOR_ADDRESS_INLINE inline
 #endif

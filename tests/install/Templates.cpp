@@ -1,5 +1,5 @@
-// Each template and each function in line that the installed headers offer, used in one module, so that the symbols that
-// a host gets from them can be read. Never run.
+// Uses each template and each inline function of the installed headers in one module, so that the symbols that a host
+// gets from them can be read. Never run.
 
 #include <connector/api/ServiceNameHash.h>
 #include <connector/async/Cancel.h>

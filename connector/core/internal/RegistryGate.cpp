@@ -44,8 +44,8 @@ boost::shared_mutex* RegistryGate::lockSharedSlowly() {
     return &registryMutex;
 }
 
-// With `mutex` held and the gate open, no writer has registryMutex or waits for it, so the shared hold is had at once. A
-// reader that waited finds the gate open whenever it wakes: nobody closes it while admitted readers have no hold.
+// With `mutex` held and the gate open, no writer has registryMutex or waits for it, so the shared hold is granted at
+// once. A waiting reader finds the gate open when it wakes: no writer closes it while admitted readers have no hold.
 void RegistryGate::waitForAdmission() {
     std::unique_lock<std::mutex> lock(mutex);
     if (!closed.load(std::memory_order_relaxed)) {

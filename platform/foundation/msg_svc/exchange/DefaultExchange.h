@@ -19,8 +19,8 @@ public:
     /// An exchange without queues.
     explicit DefaultExchange(std::string name);
 
-    /// Drops all queues as ExchangeApi::removeQueue() does; what their queueRemoved() throws is lost. The exchange still
-    /// answers while their destructors run.
+    /// Drops all queues as ExchangeApi::removeQueue() does; what their queueRemoved() throws is lost. The exchange
+    /// still answers while their destructors run.
     ~DefaultExchange() override;
 
     const std::string& getExchangeName() const override;

@@ -25,8 +25,8 @@ public:
     ExchangeApi& operator=(const ExchangeApi&) = delete;
     virtual ~ExchangeApi();
 
-    /// The exchange of this process, always the same. Made by the first call and never destroyed: destructors of globals
-    /// and threads that still run when the process ends may use it like any other code.
+    /// The exchange of this process, always the same. Made by the first call and never destroyed: destructors of
+    /// globals and threads that still run when the process ends may use it like any other code.
     ///
     /// When the process's static objects are destroyed or, if that comes first, this library is unloaded, the exchange
     /// drops its queues, as removeQueue() does; what their queueRemoved() throws is lost then. It still answers while

@@ -25,9 +25,10 @@ public:
     MessageQueue& operator=(const MessageQueue&) = delete;
     virtual ~MessageQueue();
 
-    /// The exchange has dropped this queue from its names. Called once, on the thread that removed it, ended the process
-    /// or destroyed the exchange. Deliveries that found the queue before may still be under way or begin. Does nothing
-    /// unless overridden; what it throws leaves ExchangeApi::removeQueue(), and is lost in the other cases.
+    /// The exchange has dropped this queue from its names. Called once for each name, on the thread that removed it,
+    /// ended the process or destroyed the exchange. Deliveries that found the queue before may still be under way or
+    /// begin. Does nothing unless overridden; what it throws leaves ExchangeApi::removeQueue(), and is lost in the
+    /// other cases.
     virtual void queueRemoved();
 
     /// Called by the exchange for each message. Passes `envelope` on to processEnvelope() unless overridden.
