@@ -32,6 +32,10 @@ struct FutureAccess;
 /// before it resolved is visible once get() has returned or thrown.
 template <class T>
 class Future {
+    static_assert(!std::is_reference_v<T>,
+                  "a Future can't carry a reference: use a pointer or a std::reference_wrapper");
+    static_assert(!std::is_void_v<T>, "a Future carries an object: use a Future<std::monostate> where there is none");
+
 public:
     /// A future over `state`, which it shares. A null pointer makes an invalid future.
     explicit Future(std::shared_ptr<detail::SharedFutureState<T>> state) noexcept
@@ -45,7 +49,7 @@ public:
     ~Future() { stateValid.store(false); }
 
     /// Whether this future has a state. Stays true after get().
-    bool valid() const noexcept { return stateValid.load(); }
+    [[nodiscard]] bool valid() const noexcept { return stateValid.load(); }
 
     /// Blocks until the producer has resolved and returns the value, or throws the exception that the producer stored;
     /// of one that is a std::exception_ptr itself, the exception to which that refers. Works once: a second call, and
@@ -73,17 +77,17 @@ private:
 /// A future that is resolved with `value` already. Two allocations: the state and the cell of its value. If one fails,
 /// std::bad_alloc is thrown and `value` is still the caller's. Yields the processor once, as every resolution does.
 template <class T>
-Future<T> makeReadyFuture(T&& value);
+[[nodiscard]] Future<std::remove_reference_t<T>> makeReadyFuture(T&& value);
 
 /// A future that is resolved with `exception` already, of the type E as given here. Throws std::bad_alloc. Yields like
 /// makeReadyFuture().
 template <class T, class E>
-Future<T> makeExceptionalFuture(E exception);
+[[nodiscard]] Future<T> makeExceptionalFuture(E exception);
 
 /// A future that is resolved with the exception being handled; otherwise as above. Call it inside a handler: outside of
 /// one, what get() throws is a null std::exception_ptr.
 template <class T>
-Future<T> makeExceptionalFuture();
+[[nodiscard]] Future<T> makeExceptionalFuture();
 
 template <class T>
 Future<T>& Future<T>::operator=(Future&& other) noexcept {
@@ -104,11 +108,12 @@ T Future<T>::get() {
 }
 
 template <class T>
-Future<T> makeReadyFuture(T&& value) {
+Future<std::remove_reference_t<T>> makeReadyFuture(T&& value) {
     static_assert(!std::is_reference_v<T>, "a future takes its value over: pass an rvalue");
-    auto state = std::make_shared<detail::SharedFutureState<T>>();
-    state->setValue(std::forward<T>(value));
-    return Future<T>(std::move(state));
+    using Value = std::remove_reference_t<T>;
+    auto state = std::make_shared<detail::SharedFutureState<Value>>();
+    state->setValue(std::move(value)); // NOLINT(bugprone-move-forwarding-reference): it is an rvalue
+    return Future<Value>(std::move(state));
 }
 
 namespace detail {

@@ -43,12 +43,15 @@ public:
     virtual void stop();
 
     /// Answers `message`. `address` is the rest of the caller's address, without the segment that named this service.
-    /// `context` is the caller's and may be empty. The returned reply may be resolved later, on any thread. An
-    /// exception thrown here fails the reply; over the exchange, one that isn't derived from std::exception is thrown
-    /// by the connector's handle() instead.
+    /// `context` is the caller's and may be empty. The returned reply may be resolved later, on any thread; a caller
+    /// that needs no reply may drop it. An exception thrown here fails the reply; over the exchange, one that isn't
+    /// derived from std::exception is thrown by the connector's handle() instead.
     ///
     /// All three arguments may be moved from. What is left in them stays with the caller; over the exchange, it is
     /// destroyed after the call.
+    ///
+    /// This can't be a coroutine, since its references may dangle after a co_await; the compiler rejects one. Pass the
+    /// arguments on to a static coroutine that takes them by value.
     ///
     /// No lock of a connector is held, so any operation of the connector may be called. If the caller is a callback,
     /// the rules for callbacks apply here too (docs/threads-and-locks.md).

@@ -18,10 +18,9 @@ namespace detail {
 
 /// What every coroutine with a future has, whatever it returns.
 struct CoroutineBase {
-    /// Where the link that resumed the coroutine takes the one that is due after it, so that a coroutine that ends
-    /// returns to the loop that runs its chain. Null once it is suspended again: that link isn't below it on the stack
-    /// any more.
-    std::unique_ptr<ChainLink>* next = nullptr;
+    /// The work of the loop that resumed the coroutine, so that a coroutine that ends or waits returns to that loop.
+    /// Null once it is suspended again: the loop isn't below it on the stack any more.
+    Work* work = nullptr;
 };
 
 /// What `co_await awaitable` asks: the awaitable itself, or what its operator co_await gives.
@@ -35,17 +34,36 @@ decltype(auto) awaiterOf(Awaitable&& awaitable) {
         return std::forward<Awaitable>(awaitable);
 }
 
-/// Any co_await of a coroutine with a future. `Asked` is an awaiter, or a reference to one.
+/// A co_await of something else in a coroutine with a future. `Asked` is an awaiter, or a reference to one.
 template <class Asked>
 struct Suspension {
     Asked awaiter;
     CoroutineBase& base;
 
     decltype(auto) await_ready() { return awaiter.await_ready(); }
+    // Not inlined, for the reason given at End. What isn't suspended is still run by the loop.
     template <class P>
-    decltype(auto) await_suspend(std::coroutine_handle<P> coroutine) {
-        base.next = nullptr;
-        return awaiter.await_suspend(coroutine);
+    [[gnu::noinline]] auto await_suspend(std::coroutine_handle<P> coroutine) {
+        using Result = decltype(awaiter.await_suspend(coroutine));
+        Work* const work = std::exchange(base.work, nullptr);
+        try {
+            if constexpr (std::is_void_v<Result>) {
+                awaiter.await_suspend(coroutine);
+            } else {
+                Result result = awaiter.await_suspend(coroutine);
+                bool resumes = false;
+                if constexpr (std::is_same_v<Result, bool>)
+                    resumes = !result;
+                else
+                    resumes = std::coroutine_handle<>(result) == coroutine;
+                if (resumes)
+                    base.work = work;
+                return result;
+            }
+        } catch (...) {
+            base.work = work;
+            throw;
+        }
     }
     decltype(auto) await_resume() { return awaiter.await_resume(); }
 };
@@ -54,23 +72,26 @@ struct Suspension {
 template <class T>
 class Resume {
 public:
-    Resume(std::coroutine_handle<> coroutine, Future<T>& arrived, CoroutineBase* base) noexcept
-        : coroutine(coroutine), arrived(arrived), base(base) {}
+    Resume(std::coroutine_handle<> coroutine, Future<T>& arrived, CoroutineBase* base, const Waiter* result) noexcept
+        : coroutine(coroutine), arrived(arrived), base(base), result(result) {}
 
-    std::unique_ptr<ChainLink> operator()(Future<T>&& source, bool) {
-        std::unique_ptr<ChainLink> next;
+    void operator()(Future<T>&& source, bool /*cancelled*/, Work& work) {
         arrived = std::move(source);
         if (base)
-            base->next = &next;
+            base->work = &work;
         coroutine.resume(); // the coroutine may be gone after this
-        return next;
     }
+    const Waiter* waiter() const noexcept { return result; }
 
 private:
     const std::coroutine_handle<> coroutine;
     Future<T>& arrived;
     CoroutineBase* const base;
+    const Waiter* const result;
 };
+
+template <class T>
+class Awaiter;
 
 template <class T>
 class CoroutinePromise : public CoroutineBase {
@@ -89,6 +110,14 @@ public:
         return Suspension<decltype(awaiterOf(std::forward<Awaitable>(awaitable)))>{
             awaiterOf(std::forward<Awaitable>(awaitable)), *this};
     }
+    template <class U>
+    Awaiter<U> await_transform(Future<U>& future) noexcept {
+        return Awaiter<U>(future);
+    }
+    template <class U>
+    Awaiter<U> await_transform(Future<U>&& future) noexcept {
+        return Awaiter<U>(future);
+    }
 
     /// The end: the frame goes first, then the future is resolved. Not inlined, nor is any await_suspend() that goes on
     /// when the coroutine may be gone: the compiler could put its variables into the frame.
@@ -98,23 +127,24 @@ public:
             CoroutinePromise& promise = coroutine.promise();
             const std::shared_ptr<ResultState<T>> result = std::move(promise.result);
             Outcome<T> outcome = std::move(promise.outcome);
-            std::unique_ptr<ChainLink>* const next = promise.next;
+            Work* const work = promise.work;
             coroutine.destroy(); // and `this` with it
-            std::unique_ptr<ChainLink> due = publish<T>(result, std::move(outcome));
-            if (next)
-                *next = std::move(due);
-            else
-                runChain(std::move(due));
+            if (work)
+                return publish(result, std::move(outcome), *work);
+            Work own;
+            publish(result, std::move(outcome), own);
+            own.run();
         }
         void await_resume() const noexcept {}
     };
     End final_suspend() const noexcept { return {}; }
 
-    /// From now on waits for `source`; cancels it if the coroutine's own future was cancelled.
+    const Waiter* waiter() const noexcept { return result.get(); }
+
+    /// From now on waits for `source`.
     template <class U>
     void waitFor(const StatePtr<U>& source) {
-        if (!result->waitFor(upstreamOf(source)))
-            cancelState(source);
+        result->waitFor(upstreamOf(source));
     }
 
 private:
@@ -140,15 +170,33 @@ public:
     [[gnu::noinline]] bool await_suspend(std::coroutine_handle<P> coroutine) {
         constexpr bool ours = std::is_base_of_v<CoroutineBase, P>;
         CoroutineBase* base = nullptr;
-        if constexpr (ours)
+        const Waiter* result = nullptr;
+        if constexpr (ours) {
             base = &coroutine.promise();
-        auto link = std::make_unique<LinkTo<T, Resume<T>>>(coroutine, future, base);
+            result = coroutine.promise().waiter();
+        }
+        auto link = std::make_unique<LinkTo<T, Resume<T>>>(coroutine, future, base, result);
         StatePtr<T> state = FutureAccess::take(std::move(future));
-        if constexpr (ours)
+        Work* work = nullptr;
+        if constexpr (ours) {
             coroutine.promise().waitFor(state);
-        if (attach(state, link) == Attachment::Waiting)
+            work = std::exchange(base->work, nullptr);
+        }
+        const Attachment attachment = attach(state, link, result);
+        if (attachment == Attachment::Waiting)
             return true; // the coroutine may have been resumed, and be gone, by now
-        future = Future<T>(std::move(state));
+        if (attachment == Attachment::Abandoned) {
+            Work own;
+            cancelFrom(state, visitState<T>, result, work ? *work : own);
+            own.run();
+            return true; // as above
+        }
+        if (base)
+            base->work = work;
+        if (attachment != Attachment::Orphaned)
+            future = Future<T>(std::move(state));
+        if (attachment == Attachment::Refused)
+            throwFutureRetrieved();
         return false;
     }
 
@@ -162,8 +210,8 @@ private:
 
 } // namespace detail
 
-/// Lets a coroutine go on with the reply. A function that returns a Future may be a coroutine, and any coroutine may
-/// await one:
+/// Waits for the reply in a coroutine. A function that returns a Future may be a coroutine, and any coroutine may await
+/// one:
 ///
 ///     Future<std::unique_ptr<Message>> order(std::unique_ptr<Message> message, std::shared_ptr<Context> context) {
 ///         auto priced = co_await context->handle(std::move(message), Address("price"));
@@ -173,17 +221,19 @@ private:
 /// `co_await` gives what get() would give, or throws what get() would throw, without blocking: while the future is
 /// pending, the coroutine is suspended. It resumes on the thread that resolves or cancels the future, inside that call
 /// and with no lock held. A coroutine begins on its caller's thread; an exception that leaves it is what its future
-/// throws; its variables and parameters are destroyed before its future is resolved.
+/// throws; its variables and parameters are destroyed before its future is resolved. A coroutine may co_await any
+/// number of times, and coroutines may await each other in a chain of any length, with the stack of one.
 ///
-/// When a coroutine is suspended, its caller goes on, and the next line runs on another thread. Hold none of these
+/// When a coroutine is suspended, its caller continues, and the next line runs on another thread. Hold none of these
 /// across a co_await: a lock, or anything else that belongs to a thread; a reference to what the caller owns, such as
-/// the rvalue references that ServiceProvider::handle() gets (let it pass them on to a coroutine that takes them by
-/// value); `this`, unless the coroutine keeps its object alive.
+/// the rvalue references that ServiceProvider::handle() gets (so that one can't be a coroutine: let it pass them on to
+/// a coroutine that takes them by value); `this`, unless the coroutine keeps its object alive.
 ///
-/// Cancelling a coroutine's future cancels what the coroutine waits for, then and later, so that a co_await that would
-/// suspend throws "Future has been cancelled."; what the coroutine gives is ignored. A future whose state dies without
-/// having been resolved makes its co_await throw "Future state isn't valid!". A coroutine of another type than Future's
-/// may await futures too; cancelling it is that type's own affair, and it must not be destroyed while it is suspended.
+/// Cancelling a coroutine's future cancels it at once, and then what the coroutine waits for, then and later, so that a
+/// co_await that would suspend throws "Future has been cancelled."; what the coroutine gives is ignored. A future whose
+/// state is destroyed without having been resolved makes its co_await throw "Future state isn't valid!". A coroutine of
+/// another type than Future's may await futures too; cancelling it is that type's own affair, and it must not be
+/// destroyed while it is suspended.
 ///
 /// Calling a coroutine throws std::bad_alloc if there is no memory for its frame and its outcome; a co_await that
 /// suspends allocates once and may throw std::bad_alloc into the coroutine, which still has the future then.
@@ -198,11 +248,42 @@ detail::Awaiter<T> operator co_await(Future<T>&& future) noexcept {
     return detail::Awaiter<T>(future);
 }
 
+class Address;
+class Context;
+class Message;
+class ServiceProvider;
+
+namespace detail {
+
+/// Whether a coroutine with these parameters, the first being its object, is a provider's handle().
+template <class... Args>
+struct IsHandle : std::false_type {};
+
+template <class Provider>
+struct IsHandle<Provider&, std::unique_ptr<Message>&&, Address&&, std::shared_ptr<Context>&&>
+    : std::is_base_of<ServiceProvider, Provider> {};
+
+/// Instead of a promise of nothing, which a static_assert rejects.
+template <class T>
+struct NoPromise {
+    Future<T> get_return_object();
+    std::suspend_never initial_suspend() noexcept;
+    std::suspend_never final_suspend() noexcept;
+    void return_void();
+    void unhandled_exception();
+};
+
+} // namespace detail
+
 } // namespace connector
 
 template <class T, class... Args>
 struct std::coroutine_traits<connector::Future<T>, Args...> {
-    using promise_type = connector::detail::CoroutinePromise<T>;
+    static_assert(!connector::detail::IsHandle<Args...>::value,
+                  "handle() can't be a coroutine, since what its references refer to may be gone after a co_await: let "
+                  "it pass its arguments on to a static coroutine that takes them by value");
+    using promise_type =
+        std::conditional_t<std::is_void_v<T>, connector::detail::NoPromise<T>, connector::detail::CoroutinePromise<T>>;
 };
 
 #endif

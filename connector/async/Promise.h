@@ -18,8 +18,8 @@ namespace connector {
 ///     worker.post([promise = std::move(promise)]() mutable { promise.setValue(answer()); });
 ///     return reply;
 ///
-/// A promise that dies, or is assigned to, before it was resolved fails its future with std::runtime_error ("Promise
-/// destroyed before it was resolved."), so that nobody waits for an answer that can't come any more; if there is no
+/// A promise that is destroyed, or assigned to, before it was resolved fails its future with std::runtime_error
+/// ("Promise destroyed before it was resolved."), so that nobody waits for an answer that can't come; if there is no
 /// memory for that, it cancels the future.
 ///
 /// Ownership: move-only; shares the state with its futures. Threads: one thread uses a promise at a time; its futures
@@ -46,7 +46,7 @@ public:
     ~Promise() { drop(); }
 
     /// A future for the reply. Futures of one promise share its one reply: whoever asks first gets it.
-    Future<T> future() const { return Future<T>(valid()); }
+    [[nodiscard]] Future<T> future() const { return Future<T>(valid()); }
 
     /// Resolves with `value`. Throws std::runtime_error ("Promise already resolved.") and std::bad_alloc; in these
     /// cases, and when the future was cancelled, `value` is still the caller's. Yields the processor once.
@@ -57,7 +57,7 @@ public:
 
     /// Whether the consumer cancelled the future. Nobody waits for the answer then, and resolving does nothing. Takes
     /// the state's mutex.
-    bool cancelled() const { return status(*valid()) == detail::FutureStatus::Cancelled; }
+    [[nodiscard]] bool cancelled() const { return status(*valid()) == detail::FutureStatus::Cancelled; }
 
 private:
     const detail::StatePtr<T>& valid() const {

@@ -101,23 +101,6 @@ TEST(FutureRace, OfResolvingCancellingContinuingAndLeaving) {
     EXPECT_EQ(alive.use_count(), 1);
 }
 
-// The continuation holds what is, at the end, the last outside reference, and drops it while it runs.
-TEST(FutureRace, SurvivesAContinuationThatDropsTheLastReference) {
-    std::weak_ptr<State> watched;
-    {
-        auto state = std::make_shared<State>();
-        watched = state;
-        auto outside = std::make_shared<std::unique_ptr<Reply>>(std::make_unique<Reply>(state));
-        attach(state, [outside](Reply&& reply) {
-            EXPECT_EQ(outcome(std::move(reply)), "x");
-            outside->reset();
-        });
-        const std::shared_ptr<State> resolver = std::move(state); // whoever resolves holds on until that is done
-        resolver->setValue(message("x"));
-    }
-    EXPECT_TRUE(watched.expired());
-}
-
 TEST(FutureRace, OfGettingTwice) {
     std::unique_ptr<Reply> first;
     std::unique_ptr<Reply> second;

@@ -5,6 +5,8 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
+
 namespace connector::test {
 namespace {
 
@@ -12,6 +14,7 @@ TEST(Cancel, DoesSoOnlyBeforeTheResolution) {
     for (const bool cancelledFirst : {true, false}) {
         Promise<int> promise;
         Future<int> future = promise.future();
+        detail::FutureAccess::state(future)->continuationFlag = true; // is anybody's, and says nothing
         if (!cancelledFirst)
             promise.setValue(1);
         EXPECT_EQ(cancel(future), cancelledFirst);
@@ -63,6 +66,35 @@ TEST(Cancel, ReachesWhatTheResultWaitsForAtThatTime) {
     }
 }
 
+// They belong to other code, which still gets its reply.
+TEST(Cancel, LeavesRefusedFuturesAlone) {
+    Promise<int> others;
+    Promise<int> pending;
+    Future<int> result(nullptr);
+    const std::function<void()> cases[] = {
+        [&] {
+            std::vector<Future<int>> futures;
+            futures.push_back(others.future());
+            futures.push_back(pending.future());
+            result = then(whenAll(std::move(futures)), [](auto&& all) { return all.get().front().get(); });
+            cancel(result);
+        },
+        [&] {
+            result = then(pending.future(), [&](Future<int>) { return cancel(result), others.future(); });
+            pending.setValue(1);
+        },
+    };
+    for (const auto& make : cases) {
+        others = Promise<int>();
+        pending = Promise<int>();
+        Future<int> used = then(others.future(), get);
+        make();
+        EXPECT_EQ(taken(result), cancelledText);
+        others.setValue(1);
+        EXPECT_EQ(taken(used), "1");
+    }
+}
+
 TEST(Cancel, KeepsAContinuationOfAnotherKind) {
     struct Foreign : detail::FutureContinuation<int> {
         void invoke(Future<int>&&) override { ADD_FAILURE() << "nothing was resolved"; }
@@ -74,20 +106,34 @@ TEST(Cancel, KeepsAContinuationOfAnotherKind) {
     EXPECT_TRUE(state->continuation);
 }
 
-TEST(Cancel, RacesWithTheResolutionAndTheConsumer) {
-    Promise<int> promise;
+// Two cancel, one resolves or drops, one waits. One of them ends the result. Unless the function had run, what it
+// captured is destroyed by the time that the consumer knows.
+TEST(Cancel, RacesWithEverythingElse) {
+    std::shared_ptr<IntState> state;
+    Future<int> middle(nullptr);
     Future<int> result(nullptr);
-    bool cancelled = false;
+    std::atomic<int> cancelled{0};
+    std::atomic<bool> ran{false};
+    std::atomic<bool> alive{false};
     std::string got;
-    const auto renew = [&](int round) {
-        EXPECT_TRUE(round == 0 || got == (cancelled ? cancelledText : "1"));
-        result = then((promise = Promise<int>()).future(), get);
+    const auto ended = [&](int round) {
+        EXPECT_LE(cancelled, 1);
+        EXPECT_TRUE(round == 0 || got == (cancelled || (round % 2 == 0 && !ran) ? cancelledText : "1")) << got;
+        cancelled = 0;
+        ran = false;
+        alive = true;
+        result = then(Future<int>(state = std::make_shared<IntState>()),
+                      [&, gone = atEnd([&] { alive = false; })](Future<int> it) { return ran = true, it.get(); });
     };
+    const auto cancels = [&](int) { cancelled += cancel(result); };
     race(rounds(300),
-         {[&](int) { promise.setValue(1); }, [&](int) { cancelled = cancel(result); },
-          [&](int) { got = taken(result); }},
-         renew);
-    renew(rounds(300));
+         {[&](int round) { ends[round % 2 ? 3 : 0].end(state); }, cancels, cancels,
+          [&](int) {
+              got = taken(result);
+              EXPECT_FALSE(alive && !ran);
+          }},
+         ended);
+    ended(rounds(300));
 }
 
 // Neither is lost between the two: what the function returns is cancelled, or never asked for.

@@ -1,8 +1,12 @@
 #include "support/Allocations.h"
 #include "support/Futures.h"
 
+#include <connector/async/Then.h>
+#include <connector/async/TimeLimit.h>
+
 #include <gmock/gmock.h>
 
+#include <cstdlib>
 #include <memory>
 
 namespace connector::test {
@@ -38,8 +42,27 @@ TEST(Promise, SaysWhatItCannotDo) {
     EXPECT_TRUE(second); // NOLINT(bugprone-use-after-move): refused, it is still ours
     EXPECT_EQ(*promise.future().get(), 1);
     const auto moved = std::move(promise);
-    EXPECT_THAT([&] { promise.cancelled(); }, // NOLINT(bugprone-use-after-move): what is promised of it
+    EXPECT_THAT([&] { return promise.cancelled(); }, // NOLINT(bugprone-use-after-move): what is promised of it
                 testing::ThrowsMessage<std::runtime_error>("Promise state isn't valid!"));
+}
+
+/// With more alignment than its operators give.
+struct alignas(64) OwnMemory {
+    static void* operator new(std::size_t) { throw std::bad_alloc(); }
+    static void operator delete(void*) { std::abort(); }
+    std::uintptr_t place() const { return reinterpret_cast<std::uintptr_t>(this); }
+};
+
+// Its place is allocated before there is a value, so they can't be used in pairs.
+TEST(Promise, NeverUsesOperatorsOfTheValue) {
+    Promise<OwnMemory> promise;
+    std::vector<Future<OwnMemory>> futures;
+    futures.push_back(then(promise.future(), [](Future<OwnMemory> future) { return future.get(); }));
+    futures.push_back(makeReadyFuture(OwnMemory()));
+    Future<std::vector<Future<OwnMemory>>> all = whenAll(std::move(futures));
+    promise.setValue(OwnMemory());
+    for (Future<OwnMemory>& future : all.get())
+        EXPECT_EQ(getFor(future, std::chrono::seconds(0))->place() % 64, 0u);
 }
 
 } // namespace

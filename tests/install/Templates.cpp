@@ -48,7 +48,7 @@ void useFutures(T value) {
     futures.push_back(makeExceptionalFuture<T>());
     futures.push_back(makeExceptionalFuture<T>(std::runtime_error("failed")));
     Future<T> taken = then(coroutine(Promise<T>().future(), std::move(futures)), [](Future<T> reply) {
-        getUntil(reply, std::chrono::system_clock::now());
+        static_cast<void>(getUntil(reply, std::chrono::system_clock::now()));
         return getFor(reply, std::chrono::duration<float>(1)).value();
     });
     taken = then(std::move(taken), [](Future<T> reply) { return reply; });

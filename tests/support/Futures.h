@@ -3,8 +3,12 @@
 #include <connector/async/Cancel.h>
 #include <connector/async/Promise.h>
 
+#include <gtest/gtest.h>
+
 #include <functional>
 #include <memory>
+#include <new>
+#include <pthread.h>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -50,6 +54,51 @@ inline const End ends[] = {
     {"cancelled", [](auto& state) { detail::cancelState(state); }, cancelledText},
     {"dropped", [](auto& state) { state.reset(); }, cancelledText},
 };
+
+/// Runs `body` on a thread with a stack of 256 KiB, and waits for it.
+inline void onSmallStack(const std::function<void()>& body) {
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, std::size_t{256} * 1024);
+    pthread_t thread{};
+    const auto run = [](void* argument) -> void* {
+        (*static_cast<const std::function<void()>*>(argument))();
+        return nullptr;
+    };
+    if (pthread_create(&thread, &attributes, run, const_cast<std::function<void()>*>(&body)) != 0)
+        throw std::bad_alloc();
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attributes);
+}
+
+/// As many links as a test of any length has; fewer where each takes long.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr int manyLinks = 10'000;
+#elif !defined(__OPTIMIZE__)
+constexpr int manyLinks = 100'000;
+#else
+constexpr int manyLinks = 1'000'000;
+#endif
+
+/// Makes a chain of links and ends it in each way. `dropped` is what its last future gives when the first is dropped.
+inline void expectAnyLength(const std::function<Future<int>(Future<int>)>& link, std::string_view dropped,
+                            int links = manyLinks) {
+    onSmallStack([&] {
+        for (const End* expected : {&ends[0], &ends[2], &ends[3], static_cast<const End*>(nullptr)}) {
+            SCOPED_TRACE(expected ? expected->name : "cancelled at the tail");
+            auto head = std::make_shared<IntState>();
+            Future<int> tail(head);
+            for (int length = 0; length < links; ++length)
+                tail = link(std::move(tail));
+            if (expected)
+                expected->end(head);
+            else
+                EXPECT_TRUE(cancel(tail));
+            EXPECT_EQ(taken(tail), head ? expected ? expected->text : cancelledText : dropped);
+            EXPECT_TRUE(!head || head->status != detail::FutureStatus::Pending);
+        }
+    });
+}
 
 /// Runs `body` when its last copy dies.
 inline std::shared_ptr<void> atEnd(std::function<void()> body) {

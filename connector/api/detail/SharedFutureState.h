@@ -17,6 +17,11 @@ class Future;
 
 namespace detail {
 
+struct FutureAccess;
+
+template <class T>
+class ResultState;
+
 /// What has come of a reply. Leaves Pending once, and never changes again.
 enum class FutureStatus : std::uint32_t {
     Pending = 0,      ///< nothing so far
@@ -122,7 +127,8 @@ public:
     std::condition_variable condition;
 
     /// The cell that holds the outcome, allocated when there is one and freed by the destructor. `status` says which
-    /// member owns it: HasValue or HasException; in every other status there is none.
+    /// member owns it: HasValue or HasException; in every other status there is none. The cell comes from the global
+    /// operator new and returns to the global operator delete, also for a T with operators of its own.
     union Outcome {
         T* value;                      ///< owned with HasValue
         std::exception_ptr* exception; ///< owned with HasException
@@ -137,13 +143,30 @@ public:
     /// Moves from Pending to one of the others, once.
     FutureStatus status = FutureStatus::Pending;
 
-    /// For whoever attaches continuations, to mark a state with; cleared together with `retrieved`, never read here.
+    /// For code that attaches continuations, to mark a state with. The framework never reads or sets it; it is cleared
+    /// together with `retrieved`.
     bool continuationFlag = false;
 
     /// Whether get() was called. Cleared when a continuation is run, so that its future can take the value.
     bool retrieved = false;
 
 private:
+    friend struct FutureAccess;
+    friend class ResultState<T>;
+
+    /// For ResultState alone: no other code can make a state that is taken for one.
+    struct OfResult {};
+    explicit SharedFutureState(OfResult /*unused*/) noexcept : ofResult(true) {}
+
+    /// Whether this is a ResultState.
+    const bool ofResult = false;
+
+    /// Reserves the outcome for the caller; throws when it was reserved before. Entered with the mutex held.
+    void claim();
+
+    /// Takes the outcome of a state that isn't pending, as get() gives it. Entered with the mutex held.
+    T take();
+
     /// Whether an outcome may be stored; false when it is to be ignored. Throws when there is one already.
     bool acceptsOutcome() const;
 
@@ -157,7 +180,7 @@ SharedFutureState<T>::~SharedFutureState() {
     // The last owner may be another thread than the one that touched the state before it.
     const std::lock_guard<std::mutex> lock(mutex);
     if (status == FutureStatus::HasValue)
-        delete outcome.value;
+        ::delete outcome.value;
     else if (status == FutureStatus::HasException)
         delete outcome.exception;
 }
@@ -167,7 +190,7 @@ inline void SharedFutureState<T>::setValue(T&& value) {
     std::unique_lock<std::mutex> lock(mutex);
     if (!acceptsOutcome())
         return;
-    outcome.value = new T(std::move(value));
+    outcome.value = ::new T(std::move(value));
     status = FutureStatus::HasValue;
     notifyResolved(lock);
 }
@@ -212,12 +235,14 @@ void SharedFutureState<T>::runContinuation(std::unique_lock<std::mutex> lock) {
 }
 
 template <class T>
-inline T SharedFutureState<T>::get() {
-    std::unique_lock<std::mutex> lock(mutex);
+inline void SharedFutureState<T>::claim() {
     if (retrieved || continuation)
         throwFutureRetrieved();
     retrieved = true;
-    condition.wait(lock, [this] { return status != FutureStatus::Pending; });
+}
+
+template <class T>
+inline T SharedFutureState<T>::take() {
     switch (status) {
     case FutureStatus::HasValue:
         return std::move(*outcome.value);
@@ -228,6 +253,14 @@ inline T SharedFutureState<T>::get() {
     default:
         throwFutureCorrupt();
     }
+}
+
+template <class T>
+inline T SharedFutureState<T>::get() {
+    std::unique_lock<std::mutex> lock(mutex);
+    claim();
+    condition.wait(lock, [this] { return status != FutureStatus::Pending; });
+    return take();
 }
 
 } // namespace detail

@@ -2,6 +2,7 @@
 
 #include <connector/async/detail/Link.h>
 
+#include <atomic>
 #include <exception>
 #include <memory>
 #include <mutex>
@@ -10,96 +11,118 @@
 
 namespace connector::detail {
 
-/// What a result waits for, to be cancelled with it. Held weakly: the sources own their links and those own the result,
-/// never the other way round.
-class Upstream {
-public:
-    /// Cancels what `target` points to and returns what that waited for.
-    using Cancel = Upstream (*)(const std::shared_ptr<void>& target);
-
-    Upstream() = default;
-    Upstream(std::weak_ptr<void> target, Cancel cancelTarget) noexcept
-        : target(std::move(target)), cancelTarget(cancelTarget) {}
-
-    /// Cancels one level; returns the next.
-    Upstream cancel() const {
-        const std::shared_ptr<void> alive = target.lock();
-        return alive ? cancelTarget(alive) : Upstream();
-    }
-
-    explicit operator bool() const noexcept { return cancelTarget; }
-
-private:
-    std::weak_ptr<void> target;
-    Cancel cancelTarget = nullptr;
-};
-
-/// The state of a future that waits for others. Told apart from a plain state by `continuationFlag`, which stays set as
-/// long as the state is pending.
+/// The state of a future that waits for others.
 template <class T>
-class ResultState : public SharedFutureState<T> {
+class ResultState final : public SharedFutureState<T>, public Waiter {
 public:
-    explicit ResultState(Upstream upstream = {}) noexcept : upstream(std::move(upstream)) {
-        this->continuationFlag = true;
+    /// Of then(): waits for `upstream` and is cancelled after it.
+    explicit ResultState(Upstream upstream) noexcept
+        : SharedFutureState<T>(typename SharedFutureState<T>::OfResult()), cancelledFirst(false),
+          upstream(std::move(upstream)) {}
+
+    /// Of a coroutine or whenAll(), which go on when a source is cancelled: cancelled before its sources.
+    ResultState() noexcept : SharedFutureState<T>(typename SharedFutureState<T>::OfResult()), cancelledFirst(true) {}
+
+    /// From now on waits for `source`, unless it has ended.
+    void waitFor(Upstream source) {
+        const std::lock_guard<std::mutex> lock(this->mutex);
+        if (this->status != FutureStatus::Pending)
+            return;
+        std::swap(upstream, source);
+        functionRuns.store(false, std::memory_order_relaxed);
     }
 
-    /// From now on waits for `source`. False when this state was cancelled, and `source` is to be cancelled too.
-    bool waitFor(Upstream source) {
+    Upstream nextSource() override {
         const std::lock_guard<std::mutex> lock(this->mutex);
-        upstream = std::move(source);
-        return this->status != FutureStatus::Cancelled;
+        return std::exchange(upstream, {});
     }
+
+    /// Constant.
+    const bool cancelledFirst;
+
+    /// Whether the function has begun that resolves this; set without the mutex by the thread that runs it.
+    std::atomic<bool> functionRuns{false};
 
     /// Guarded by `mutex`.
     Upstream upstream;
 };
 
-/// What came of cancelling one state.
-struct Cancellation {
-    bool done = false;              ///< it was pending and is now cancelled
-    Upstream upstream;              ///< what it waited for
-    std::unique_ptr<ChainLink> due; ///< what waited for it
-};
-
-/// Moves a pending state to Cancelled and wakes its waiter. Takes the state's mutex; the rest is left to the caller.
+/// Moves a pending state to `status`. The link that waited for it is due; else wakes its waiter, or runs a continuation
+/// of another kind. Entered with the lock on the state's mutex, returns with it released.
 template <class T>
-Cancellation cancelOne(const StatePtr<T>& state) {
-    Cancellation result;
+[[gnu::always_inline]] inline void settle(const StatePtr<T>& state, FutureStatus status,
+                                          std::unique_lock<std::mutex>& lock, Work& work) {
+    state->status = status;
+    std::unique_ptr<ChainLink> due = detachLink(state, lock);
+    if (!due)
+        return state->notifyResolved(lock);
+    lock.unlock();
+    work.add(std::move(due));
+}
+
+/// Cancels a pending result whose source was cancelled or destroyed.
+template <class T>
+void cancelResult(const std::shared_ptr<ResultState<T>>& result, Work& work) {
+    Upstream ended;
+    std::unique_lock<std::mutex> lock(result->mutex);
+    std::swap(ended, result->upstream);
+    if (result->status != FutureStatus::Pending)
+        return;
+    result->cancelled.store(true, std::memory_order_relaxed);
+    settle<T>(result, FutureStatus::Cancelled, lock, work);
+}
+
+/// One step of cancelFrom().
+template <class T>
+Visit visitState(const std::shared_ptr<void>& target, Visitor& visitor, Work& work) {
+    using Purpose = Visitor::Purpose;
+    const StatePtr<T> state = std::static_pointer_cast<SharedFutureState<T>>(target);
     std::unique_lock<std::mutex> lock(state->mutex);
+    if (visitor.purpose == Purpose::CancelFromTheTop && visitor.waiter) {
+        const auto* const link = dynamic_cast<const Link<T>*>(state->continuation.get());
+        const bool cancelled = state->status == FutureStatus::Cancelled;
+        if (!link || link->waiter() != visitor.waiter)
+            return cancelled ? Visit::Left : Visit::Ended;
+        if (cancelled) { // by other code, which leaves the link in its slot
+            work.add(detachLink(state, lock));
+            return Visit::Cancelled;
+        }
+    }
     if (state->status != FutureStatus::Pending)
-        return result;
-    result.done = true;
-    state->status = FutureStatus::Cancelled;
-    if (state->continuationFlag)
-        result.upstream = std::move(static_cast<ResultState<T>&>(*state).upstream);
-    result.due = detachLink(state, lock);
-    state->notifyResolved(lock);
-    return result;
+        return Visit::Ended;
+    if (ResultState<T>* const result = FutureAccess::resultState(*state)) {
+        if (visitor.purpose == Purpose::CancelFromTheTop && !result->cancelledFirst) {
+            visitor.waiter = result;
+            visitor.upstream = result->upstream;
+            return Visit::Waits;
+        }
+        // Its producer has destroyed the source unresolved, or else its function has, after it took the reply. If the
+        // latter can't be seen yet, the mark still keeps the cancellation from being lost.
+        result->cancelled.store(true, std::memory_order_relaxed);
+        if (visitor.purpose == Purpose::SourceIsGone && !result->functionRuns.load(std::memory_order_relaxed))
+            return Visit::Left;
+        work.add(std::shared_ptr<Waiter>(state, result));
+    }
+    settle(state, FutureStatus::Cancelled, lock, work);
+    return Visit::Cancelled;
 }
 
 /// `source` as something to wait for.
 template <class T>
 Upstream upstreamOf(const StatePtr<T>& source) {
-    return Upstream(source, [](const std::shared_ptr<void>& target) {
-        Cancellation cancelled = cancelOne(std::static_pointer_cast<SharedFutureState<T>>(target));
-        runChain(std::move(cancelled.due));
-        return std::move(cancelled.upstream);
-    });
+    return {std::weak_ptr<void>(source), visitState<T>};
 }
 
-/// Cancels a pending state, with all that waits for it and, level by level, what it waits for itself. Returns whether
-/// it was pending.
+/// cancelFrom() in a loop of its own.
 template <class T>
-bool cancelState(const StatePtr<T>& state) {
-    Cancellation cancelled = cancelOne(state);
-    runChain(std::move(cancelled.due));
-    for (Upstream level = std::move(cancelled.upstream); level;)
-        level = level.cancel();
-    return cancelled.done;
+bool cancelState(const StatePtr<T>& state, const Waiter* waiter = nullptr) {
+    Work work;
+    const bool cancelled = cancelFrom(state, visitState<T>, waiter, work);
+    work.run();
+    return cancelled;
 }
 
-/// Room for one object of the heap, allocated before it is needed. What fills it is deleted like any other object, so a
-/// T that brings an operator delete of its own can't be held here.
+/// Room for one object of the heap, allocated before it is needed.
 template <class T>
 class Cell {
 public:
@@ -111,12 +134,18 @@ public:
             std::allocator<T>().deallocate(room, 1);
     }
 
+    /// Deletes what a cell was filled with: as it was allocated, without operators of T's own.
+    struct Delete {
+        void operator()(T* filled) const noexcept { ::delete filled; }
+    };
+    using Filled = std::unique_ptr<T, Delete>;
+
     /// Makes the object from what `make` returns. If that throws, the room is still there.
     template <class Make>
-    std::unique_ptr<T> fill(Make&& make) {
+    Filled fill(Make&& make) {
         T* const filled = ::new (static_cast<void*>(room)) T(std::forward<Make>(make)());
         room = nullptr;
-        return std::unique_ptr<T>(filled);
+        return Filled(filled);
     }
 
 private:
@@ -126,8 +155,8 @@ private:
 /// A value or an exception, in the cell that a state takes over.
 template <class T>
 struct Outcome {
-    std::unique_ptr<T> value;
-    std::unique_ptr<std::exception_ptr> exception;
+    typename Cell<T>::Filled value;
+    typename Cell<std::exception_ptr>::Filled exception;
 };
 
 /// Room for an outcome, so that once there is a future that waits for one, it can't be lost for want of memory.
@@ -148,30 +177,37 @@ public:
         return {nullptr, exception.fill([&] { return std::move(thrown); })};
     }
 
+    /// What get() throws of a future that is refused.
+    Outcome<T> holdRefusal() noexcept {
+        return hold([]() -> T { throwFutureRetrieved(); });
+    }
+
 private:
     Cell<T> value;
     Cell<std::exception_ptr> exception;
 };
 
-/// Resolves a pending `state` with `outcome` and returns the link that waited for it, due. Does what setValue() and
-/// setException() do, but for the allocation and for running that link. A cancelled state ignores the outcome, which
-/// then dies here, after the mutex is released.
+/// Resolves a pending `result` with `outcome`; the link that waited for it is due. Does what setValue() and
+/// setException() do, but for the allocation and for running that link. A cancelled result ignores the outcome, which
+/// is then destroyed after the mutex is released.
 template <class T>
-std::unique_ptr<ChainLink> publish(const StatePtr<T>& state, Outcome<T> outcome) {
-    std::unique_lock<std::mutex> lock(state->mutex);
-    if (state->status != FutureStatus::Pending)
-        return nullptr;
-    if (outcome.value) {
-        state->outcome.value = outcome.value.release();
-        state->status = FutureStatus::HasValue;
-    } else {
-        state->outcome.exception = outcome.exception.release();
-        state->status = FutureStatus::HasException;
+void publish(const std::shared_ptr<ResultState<T>>& result, Outcome<T> outcome, Work& work) {
+    Upstream ended;
+    std::unique_lock<std::mutex> lock(result->mutex);
+    std::swap(ended, result->upstream);
+    if (result->status != FutureStatus::Pending)
+        return;
+    FutureStatus status = FutureStatus::Cancelled;
+    if (!result->cancelled.load(std::memory_order_relaxed)) {
+        if (outcome.value) {
+            result->outcome.value = outcome.value.release();
+            status = FutureStatus::HasValue;
+        } else {
+            result->outcome.exception = outcome.exception.release();
+            status = FutureStatus::HasException;
+        }
     }
-    std::unique_ptr<ChainLink> due = detachLink(state, lock);
-    if (!due)
-        state->notifyResolved(lock);
-    return due;
+    settle<T>(result, status, lock, work);
 }
 
 } // namespace connector::detail
