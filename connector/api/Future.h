@@ -111,7 +111,7 @@ template <class T>
 Future<std::remove_reference_t<T>> makeReadyFuture(T&& value) {
     static_assert(!std::is_reference_v<T>, "a future takes its value over: pass an rvalue");
     using Value = std::remove_reference_t<T>;
-    auto state = std::make_shared<detail::SharedFutureState<Value>>();
+    auto state = detail::makeState<Value>();
     state->setValue(std::move(value)); // NOLINT(bugprone-move-forwarding-reference): it is an rvalue
     return Future<Value>(std::move(state));
 }
@@ -120,7 +120,7 @@ namespace detail {
 
 template <class T>
 Future<T> makeFailedFuture(const std::exception_ptr& exception) {
-    auto state = std::make_shared<SharedFutureState<T>>();
+    auto state = makeState<T>();
     state->setException(exception);
     return Future<T>(std::move(state));
 }
@@ -129,7 +129,7 @@ Future<T> makeFailedFuture(const std::exception_ptr& exception) {
 
 template <class T, class E>
 Future<T> makeExceptionalFuture(E exception) {
-    return detail::makeFailedFuture<T>(std::make_exception_ptr(std::move(exception)));
+    return detail::makeFailedFuture<T>(detail::makeException(std::move(exception)));
 }
 
 template <class T>

@@ -30,7 +30,7 @@ template <class T>
 class Promise {
 public:
     /// An unresolved promise. Throws std::bad_alloc.
-    Promise() : state(std::make_shared<detail::SharedFutureState<T>>()) {}
+    Promise() : state(detail::makeState<T>()) {}
 
     /// Takes the state over.
     Promise(Promise&&) noexcept = default;
@@ -75,8 +75,7 @@ private:
         if (!state || status(*state) != detail::FutureStatus::Pending)
             return;
         try {
-            state->setException(
-                std::make_exception_ptr(std::runtime_error("Promise destroyed before it was resolved.")));
+            state->setException(detail::makeException(std::runtime_error("Promise destroyed before it was resolved.")));
         } catch (...) {
             detail::cancelState(state);
         }

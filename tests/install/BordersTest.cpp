@@ -13,6 +13,8 @@
 #include <boost/smart_ptr/make_shared.hpp>
 #include <gtest/gtest.h>
 
+#include <dlfcn.h>
+
 namespace connector::test {
 namespace {
 
@@ -41,6 +43,18 @@ TEST(Borders, LetExceptionsAndCastsThrough) {
     ConnectorImpl2 connector;
     connector.addServiceProvider("p", provider([](auto&&...) -> Reply { throw HostError("host"); }));
     EXPECT_THROW(send(connector, "p").get(), HostError);
+}
+
+TEST(Borders, LetRepliesOutliveThePluginThatMadeThem) {
+    std::vector<Reply> replies;
+    void* const plugin = dlopen(PLUGIN, RTLD_NOW | RTLD_LOCAL);
+    ASSERT_TRUE(plugin) << dlerror();
+    reinterpret_cast<void (*)(std::vector<Reply>&)>(dlsym(plugin, "answer"))(replies);
+    dlclose(plugin);
+    ASSERT_FALSE(dlopen(PLUGIN, RTLD_NOW | RTLD_NOLOAD));
+    EXPECT_FALSE(replies.at(0).get());
+    EXPECT_THROW(replies.at(1).get(), std::runtime_error);
+    EXPECT_THROW(replies.at(2).get(), std::runtime_error);
 }
 
 TEST(Borders, LetTheExchangesExceptionBeCaughtAsEachOfItsBases) {

@@ -1,4 +1,8 @@
+#include <connector/async/Promise.h>
 #include <connector/core/ConnectorImpl2.h>
+
+#include <stdexcept>
+#include <vector>
 
 using namespace connector;
 
@@ -12,6 +16,13 @@ class Echo : public ServiceProvider {
 };
 
 } // namespace
+
+/// Replies that a host may still have when this is unloaded.
+extern "C" void answer(std::vector<Future<std::unique_ptr<Message>>>& replies) {
+    replies.push_back(makeReadyFuture<std::unique_ptr<Message>>(nullptr));
+    replies.push_back(makeExceptionalFuture<std::unique_ptr<Message>>(std::runtime_error("failed")));
+    replies.push_back(Promise<std::unique_ptr<Message>>().future());
+}
 
 /// What a host in a plugin does: registers, routes, logs, keeps data, and leaves nothing behind.
 extern "C" bool useFramework() {

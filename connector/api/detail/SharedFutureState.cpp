@@ -1,3 +1,4 @@
+#include <connector/api/Message.h>
 #include <connector/api/detail/SharedFutureState.h>
 
 #include <stdexcept>
@@ -37,5 +38,12 @@ void rethrowOutcome(std::exception_ptr exception) {
         std::rethrow_exception(inner);
     }
 }
+
+template CONNECTOR_API_EXPORT std::shared_ptr<SharedFutureState<std::unique_ptr<Message>>> makeState();
+
+template CONNECTOR_API_EXPORT std::exception_ptr makeException(std::logic_error);
+template CONNECTOR_API_EXPORT std::exception_ptr makeException(std::invalid_argument);
+template CONNECTOR_API_EXPORT std::exception_ptr makeException(std::out_of_range);
+template CONNECTOR_API_EXPORT std::exception_ptr makeException(std::runtime_error);
 
 } // namespace connector::detail

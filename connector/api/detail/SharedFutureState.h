@@ -7,10 +7,13 @@
 #include <exception>
 #include <memory>
 #include <mutex>
+#include <stdexcept>
 #include <thread>
 #include <utility>
 
 namespace connector {
+
+class Message;
 
 template <class T>
 class Future;
@@ -262,6 +265,28 @@ inline T SharedFutureState<T>::get() {
     condition.wait(lock, [this] { return status != FutureStatus::Pending; });
     return take();
 }
+
+// What destroys a state, or a stored exception, is code of the module that made it. For replies, and for the usual
+// exceptions, that is this library, so that they outlive a plugin that answered with them.
+
+/// A new state, pending.
+template <class T>
+std::shared_ptr<SharedFutureState<T>> makeState() {
+    return std::make_shared<SharedFutureState<T>>();
+}
+
+extern template CONNECTOR_API_EXPORT std::shared_ptr<SharedFutureState<std::unique_ptr<Message>>> makeState();
+
+/// `exception` as something to store.
+template <class E>
+std::exception_ptr makeException(E exception) {
+    return std::make_exception_ptr(std::move(exception));
+}
+
+extern template CONNECTOR_API_EXPORT std::exception_ptr makeException(std::logic_error);
+extern template CONNECTOR_API_EXPORT std::exception_ptr makeException(std::invalid_argument);
+extern template CONNECTOR_API_EXPORT std::exception_ptr makeException(std::out_of_range);
+extern template CONNECTOR_API_EXPORT std::exception_ptr makeException(std::runtime_error);
 
 } // namespace detail
 } // namespace connector
