@@ -185,11 +185,11 @@ TEST(Coroutine, PassesItsCancellationOnToAnyLength) {
     });
 }
 
-/// Awaits, by turns: what may be pending, what is ready, and what nobody can resolve. Counts what threw.
+/// Awaits what may be pending, by turns with what is ready, and then what nobody can resolve. Counts what threw.
 Future<int> loop(const std::vector<Promise<int>>& promises) {
     int thrown = 0;
-    for (const Promise<int>& promise : promises)
-        for (const bool orphaned : {false, true})
+    for (const bool orphaned : {false, true})
+        for (const Promise<int>& promise : promises)
             try {
                 Future<int> future = orphaned ? Future<int>(std::make_shared<IntState>()) : promise.future();
                 co_await future;
