@@ -25,9 +25,9 @@ struct HostError : std::logic_error {
 };
 
 TEST(Borders, LetExceptionsAndCastsThrough) {
-    for (const std::shared_ptr<Connector>& connector :
-         {std::shared_ptr<Connector>(std::make_shared<ConnectorImpl2>()),
-          std::shared_ptr<Connector>(std::make_shared<ConnectorImpl>())}) {
+    const std::shared_ptr<Connector> connectors[] = {std::make_shared<ConnectorImpl2>(),
+                                                     std::make_shared<ConnectorImpl>()};
+    for (const auto& connector : connectors) {
         const std::shared_ptr<Context> context = connector->newContext();
         EXPECT_TRUE(dynamic_cast<ContextImpl*>(context.get()));
         EXPECT_TRUE(dynamic_cast<std::enable_shared_from_this<Context>*>(context.get()));
@@ -41,7 +41,7 @@ TEST(Borders, LetExceptionsAndCastsThrough) {
     EXPECT_THROW(ConnectorImpl2().newContext(), std::bad_weak_ptr);
 
     ConnectorImpl2 connector;
-    connector.addServiceProvider("p", provider([](auto&&...) -> Reply { throw HostError("host"); }));
+    connector.addServiceProvider("p", thrower(HostError("host")));
     EXPECT_THROW(send(connector, "p").get(), HostError);
 }
 
