@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
+#include <initializer_list>
 #include <new>
 #include <string>
 
@@ -33,10 +34,10 @@ public:
 
 /// Calls `round` with a function that runs an operation and tells what it gives. In the first round the first
 /// allocation of each such operation fails, in the next the second, and so on until none fails; then again with all
-/// later ones failing, too.
+/// later ones failing, too, unless `orders` says otherwise.
 template <class Round>
-void withEachAllocationFailing(Round round) {
-    for (const bool forEver : {false, true}) {
+void withEachAllocationFailing(Round round, std::initializer_list<bool> orders = {false, true}) {
+    for (const bool forEver : orders) {
         bool struck = true;
         for (std::size_t successes = 0; struck; ++successes) {
             SCOPED_TRACE("allocation " + std::to_string(successes) + (forEver ? " and all later ones" : ""));
