@@ -175,9 +175,10 @@ void startThreads(int atLeast) {
             require(outcome(std::move(reply)).find("destroyed") != std::string::npos, "a dropped reply came");
         },
     };
-    for (std::size_t i = 0; i < std::size(bodies); ++i)
-        std::thread([body = bodies[i], i] {
-            for (;; ++rounds[i])
+    auto* next = std::begin(rounds);
+    for (const auto& body : bodies)
+        std::thread([body, &count = *next++] {
+            for (;; ++count)
                 body();
         }).detach();
     for (const auto& round : rounds)
