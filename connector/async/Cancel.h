@@ -27,7 +27,7 @@ namespace connector {
 /// may still be at it, destroying a function, when the other returns.
 ///
 /// Threads: any, even while another one waits in get(), getFor() or getUntil() of this very future. Takes the mutex of
-/// one state at a time, and runs and destroys nothing of the host's under it. Allocates nothing. Needs the stack of one
+/// one state at a time; no host code runs under it, destructors included. Allocates nothing. Needs the stack of one
 /// link, whatever waits for what.
 template <class T>
 bool cancel(Future<T>& future) {

@@ -82,7 +82,7 @@ void forwardFrom(Future<R>&& inner, std::unique_ptr<ForwardLink<R>> forward, Wor
     }
 }
 
-/// Resolves a result with what a function of the host's makes of a future. The function is destroyed before that, and
+/// Resolves a result with what a host function makes of a future. The function is destroyed before that, and
 /// before the result is cancelled because the future was.
 template <class T, class F, class R>
 class Apply {

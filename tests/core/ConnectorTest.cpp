@@ -221,8 +221,8 @@ TEST_F(Connectors, LetAProviderUseItsOwnConnector) {
     EXPECT_THAT(names(), ElementsAre("inner", "next"));
 }
 
-// Messages go out on two threads while their provider comes and goes on a third, and the connector stops and starts on
-// two more. Each message is answered exactly once: by the provider, or as not delivered.
+// Two threads send messages while a third adds and removes their provider, and two more stop and start the connector.
+// Each message is answered exactly once: by the provider, or as not delivered.
 TEST_F(Connectors, AnswerEveryMessageOnceInARaceWithRegistration) {
     const int perRound = 100;
     const auto p = provider();

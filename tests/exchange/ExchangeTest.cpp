@@ -255,8 +255,8 @@ TEST_F(ExchangeTest, AnswersEachMessageOnce) {
 }
 
 TEST_F(ExchangeTest, GivesTheProviderTheCallersObjects) {
-    // The reply comes when the message dies, which the provider leaves with the request: whoever waits for the reply
-    // before the message is destroyed waits for ever.
+    // The provider leaves the message with the request, and destroying it resolves the reply: a queue that waited for
+    // the reply first would wait for ever.
     const auto state = std::make_shared<State>();
     MessagePtr resolver = std::make_unique<TextMessage>(
         "", std::static_pointer_cast<int>(atEnd([state] { state->setValue(message("done")); })));

@@ -119,7 +119,7 @@ public:
 
     /// Hands a change of status on to whoever waits for it: runs and drops the continuation of a resolved state, or
     /// leaves that of any other where it is; wakes the waiter; yields the processor once. Entered with `lock` on
-    /// `mutex`, returns with it released; nothing of the host's runs under it.
+    /// `mutex`, returns with it released; no host code runs under it.
     void notifyResolved(std::unique_lock<std::mutex>& lock);
 
     /// Guards everything below. Not recursive.
