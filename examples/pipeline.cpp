@@ -35,11 +35,11 @@ class Desk : public ServiceProvider {
 public:
     Desk(Worker<>& worker, std::string mark) : worker(worker), mark(std::move(mark)) {}
 
-    Future<MessagePtr> handle(MessagePtr&& message, Address&&, std::shared_ptr<Context>&&) override {
+    Reply handle(MessagePtr&& message, Address&&, std::shared_ptr<Context>&&) override {
         if (textOf(message).empty())
             return makeExceptionalFuture<MessagePtr>(std::invalid_argument("nothing to be " + mark));
         Promise<MessagePtr> promise;
-        Future<MessagePtr> reply = promise.future();
+        Reply reply = promise.future();
         worker.post(std::packaged_task<void()>(
             [promise = std::move(promise), message = std::move(message), mark = mark]() mutable {
                 textOf(message) += ", " + mark;
@@ -57,12 +57,12 @@ private:
 /// passes them to the coroutine by value.
 class Office : public ServiceProvider {
 public:
-    Future<MessagePtr> handle(MessagePtr&& message, Address&&, std::shared_ptr<Context>&& context) override {
+    Reply handle(MessagePtr&& message, Address&&, std::shared_ptr<Context>&& context) override {
         return process(std::move(message), std::move(context));
     }
 
 private:
-    static Future<MessagePtr> process(MessagePtr order, std::shared_ptr<Context> context) {
+    static Reply process(MessagePtr order, std::shared_ptr<Context> context) {
         order = co_await context->handle(std::move(order), Address("check"));
         order = co_await context->handle(std::move(order), Address("price"));
         co_return co_await context->handle(std::move(order), Address("ship"));
@@ -72,7 +72,7 @@ private:
 /// Never answers, and can tell whether its reply was cancelled.
 class Oracle : public ServiceProvider {
 public:
-    Future<MessagePtr> handle(MessagePtr&&, Address&&, std::shared_ptr<Context>&&) override { return promise.future(); }
+    Reply handle(MessagePtr&&, Address&&, std::shared_ptr<Context>&&) override { return promise.future(); }
     bool cancelled() const { return promise.cancelled(); }
 
 private:
@@ -80,15 +80,14 @@ private:
 };
 
 /// The same with then(): each function sends the previous desk's answer to the next desk.
-Future<MessagePtr> process(MessagePtr order, const std::shared_ptr<Context>& context) {
+Reply process(MessagePtr order, const std::shared_ptr<Context>& context) {
     auto checked = context->handle(std::move(order), Address("check"));
-    auto priced = then(std::move(checked),
-                       [context](Future<MessagePtr> reply) { return context->handle(reply.get(), Address("price")); });
-    return then(std::move(priced),
-                [context](Future<MessagePtr> reply) { return context->handle(reply.get(), Address("ship")); });
+    auto priced =
+        then(std::move(checked), [context](Reply reply) { return context->handle(reply.get(), Address("price")); });
+    return then(std::move(priced), [context](Reply reply) { return context->handle(reply.get(), Address("ship")); });
 }
 
-std::string outcome(Future<MessagePtr> reply) {
+std::string outcome(Reply reply) {
     try {
         return textOf(reply.get());
     } catch (const std::invalid_argument& error) {

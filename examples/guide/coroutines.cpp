@@ -5,7 +5,7 @@
 
 using namespace connector;
 
-/// Adds two numbers as they come, without a thread that waits for them.
+/// Adds two numbers when they arrive. No thread waits for them.
 Future<int> sum(Future<int> left, Future<int> right) {
     std::cout << "sum: begins\n";
     const int first = co_await left;
@@ -17,7 +17,7 @@ int main() {
     Promise<int> left;
     Promise<int> right;
     Future<int> result = sum(left.future(), right.future());
-    std::cout << "main: goes on\n";
+    std::cout << "main: continues\n";
     left.setValue(40);
     right.setValue(2);
     std::cout << "main: " << result.get() << '\n';

@@ -21,7 +21,7 @@ int main() {
     std::cout << "then: " << doubled.get() << '\n';
     producer.join();
 
-    // A failure goes through to whoever asks for the result.
+    // The consumer of the result gets the failure of the reply.
     doubled = then(makeExceptionalFuture<int>(std::domain_error("no number")), twice);
     try {
         doubled.get();
@@ -29,7 +29,7 @@ int main() {
         std::cout << "then: " << error.what() << '\n';
     }
 
-    // Several at once, each with its own outcome.
+    // Several replies, each with its own value or exception.
     std::vector<Future<int>> parts;
     for (int part : {1, 2, 3})
         parts.push_back(makeReadyFuture(std::move(part)));
@@ -38,7 +38,7 @@ int main() {
         sum += part.get();
     std::cout << "whenAll: " << sum << '\n';
 
-    // Waits for a limited time, then gives up: the producer sees it through the chain.
+    // Waits for a limited time, then cancels. The promise at the other end of the chain learns of it.
     Promise<int> never;
     doubled = then(never.future(), twice);
     if (!getFor(doubled, std::chrono::milliseconds(1)))
