@@ -16,7 +16,7 @@ namespace logging = boost::log;
 namespace expressions = boost::log::expressions;
 namespace sinks = boost::log::sinks;
 
-/// A host's own backend: prints each record, or fails.
+/// The backend of a sink: prints each record, or throws.
 class Printer : public sinks::basic_formatted_sink_backend<char, sinks::synchronized_feeding> {
 public:
     void consume(const logging::record_view&, const std::string& line) const {
@@ -55,7 +55,7 @@ int main() {
     printer->broken = true;
     std::cout << "a sink that throws\n";
     request();
-    std::cout << "the same, kept out by Boost.Log\n";
+    std::cout << "the same with an exception handler\n";
     logging::core::get()->set_exception_handler(logging::make_exception_suppressor());
     request();
 }
