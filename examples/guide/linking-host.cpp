@@ -15,8 +15,8 @@
 using namespace connector;
 using MessagePtr = std::unique_ptr<Message>;
 
-/// Stands in the registry for the service of a plugin. What needs the plugin's code stays on this side of it: a reply
-/// is copied into a message of the host, an exception into one of the standard library.
+/// The host's provider in front of the plugin's. The host receives nothing that needs the plugin's code: a reply is
+/// copied into a message of the host, and an exception into one of the standard library.
 class Guest : public ServiceProvider {
 public:
     Guest(const char* file, Context& data) : module(dlopen(file, RTLD_NOW | RTLD_LOCAL)) {
@@ -25,7 +25,7 @@ public:
         reinterpret_cast<decltype(&openPlugin)>(dlsym(module, "openPlugin"))(service, data);
     }
 
-    /// Once the service is removed: waits for the calls that had found it, destroys the service and unloads the plugin.
+    /// Call it after the service was removed. Waits for calls in progress, destroys the provider and unloads the plugin.
     void unload() {
         std::unique_lock<std::mutex> lock(mutex);
         idle.wait(lock, [this] { return calls == 0; });
@@ -37,7 +37,7 @@ private:
     void start() override { service->start(); }
     void stop() override { service->stop(); }
 
-    Future<MessagePtr> handle(MessagePtr&& message, Address&& rest, std::shared_ptr<Context>&& context) override {
+    Reply handle(MessagePtr&& message, Address&& rest, std::shared_ptr<Context>&& context) override {
         const Call call(*this);
         try {
             const MessagePtr reply = service->handle(std::move(message), std::move(rest), std::move(context)).get();
@@ -47,7 +47,7 @@ private:
         }
     }
 
-    /// A call of the plugin under way. A message may have found the service just before it was removed.
+    /// A call of the plugin in progress. It may begin after the removal, if the message was routed before it.
     class Call {
     public:
         explicit Call(Guest& guest) : guest(guest) {
@@ -75,11 +75,11 @@ private:
     std::shared_ptr<ServiceProvider> service;
 };
 
-Future<MessagePtr> send(Context& context, const char* name) {
+Reply send(Context& context, const char* name) {
     return context.handle(std::make_unique<Text>(name), Address("greeter"));
 }
 
-std::string text(Future<MessagePtr> reply) {
+std::string text(Reply reply) {
     try {
         return dynamic_cast<Text&>(*reply.get()).text;
     } catch (const std::exception& error) {
@@ -99,7 +99,7 @@ int main(int, char** arguments) {
                 ++greetings;
     });
 
-    std::vector<Future<MessagePtr>> replies;
+    std::vector<Reply> replies;
     for (int round = 0; round < 1000; ++round) {
         const auto guest = std::make_shared<Guest>(arguments[1], *context);
         connector->addServiceProvider("greeter", guest);
@@ -112,7 +112,7 @@ int main(int, char** arguments) {
             std::this_thread::yield();
 
         connector->removeServiceProvider("greeter");              // no further message finds it
-        context->erase("greeter.version", ContextScope::Process); // the plugin's code destroys it, though an int
+        context->erase("greeter.version", ContextScope::Process); // even an int is destroyed by the plugin's code
         guest->unload();
         if (dlopen(arguments[1], RTLD_NOW | RTLD_NOLOAD))
             std::cout << "still loaded\n";
@@ -120,6 +120,6 @@ int main(int, char** arguments) {
     done = true;
     sender.join();
     std::cout << "loaded and unloaded 1000 times while messages flowed\n";
-    for (Future<MessagePtr>& reply : replies)
+    for (Reply& reply : replies)
         std::cout << text(std::move(reply)) << '\n';
 }

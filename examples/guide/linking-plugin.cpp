@@ -12,7 +12,7 @@ struct Nameless : std::exception {
 };
 
 class Greeter : public ServiceProvider {
-    Future<MessagePtr> handle(MessagePtr&& message, Address&&, std::shared_ptr<Context>&&) override {
+    Reply handle(MessagePtr&& message, Address&&, std::shared_ptr<Context>&&) override {
         const std::string& name = dynamic_cast<Text&>(*message).text;
         if (name.empty())
             throw Nameless();

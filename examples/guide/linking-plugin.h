@@ -8,12 +8,12 @@
 #include <string>
 #include <utility>
 
-// What host and plugin agree on.
+// Included by host and plugin.
 
 struct Text : connector::Message {
     explicit Text(std::string text) : text(std::move(text)) {}
     std::string text;
 };
 
-/// Exported by the plugin: makes its service, and leaves in `data` what others may want to know of it.
+/// Exported by the plugin. Creates its provider, and stores the version of the plugin in `data`.
 extern "C" void openPlugin(std::shared_ptr<connector::ServiceProvider>& service, connector::Context& data);
