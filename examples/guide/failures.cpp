@@ -16,7 +16,7 @@ class Printer : public ServiceProvider {
         const MessagePtr taken = std::move(message);
         const std::string how = rest.toString();
         if (how == "forget")
-            return Promise<MessagePtr>().future(); // a promise that is destroyed unresolved
+            return Promise<MessagePtr>().future(); // the promise is destroyed unresolved
         if (how == "queue")
             return waiting.future();
         throw std::domain_error("out of paper");
@@ -34,7 +34,7 @@ int main() {
     const auto request = [&context](const char* address) {
         MessagePtr message = std::make_unique<Empty>();
         auto reply = context->handle(std::move(message), Address(address)); // doesn't throw the failures
-        cancel(reply); // gives up at once; doesn't change a reply that has failed already
+        cancel(reply); // has no effect on a reply that has already failed
         try {
             reply.get();
         } catch (const std::exception& error) { // a standard type, or one that the provider threw

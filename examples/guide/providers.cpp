@@ -24,7 +24,7 @@ class Length : public ServiceProvider {
     }
 };
 
-/// Answers one request, later: when the host calls answer().
+/// Answers one request later, when the host calls answer().
 class Clerk : public ServiceProvider {
 public:
     void answer() { promise.setValue(std::make_unique<Text>("your turn")); }
