@@ -146,7 +146,7 @@ def instructions(counted):
     ratio = ours / floor
     return table(["", "framework", "floor", "ratio", "goal"],
                  [["instructions", f"{ours:,.1f}", f"{floor:,.1f}", f"{ratio:.3f}", verdict(ratio, INSTRUCTIONS_GOAL)],
-                  ["allocations, including the caller's one", f"{allocations:g}", f"{floor_allocations:g}", "", ""]])
+                  ["allocations, including the caller's message", f"{allocations:g}", f"{floor_allocations:g}", "", ""]])
 
 
 def summary(with_yield, without, counted, peers):
@@ -159,7 +159,7 @@ def summary(with_yield, without, counted, peers):
         ["a request and its reply, in process",
          f"{with_yield[request][2]:.2f} times the same steps written by hand: {with_yield[request][0] / 1000:.1f} µs"],
         ["the same, with a stub in place of `sched_yield`", f"{without[request][2]:.2f} times"],
-        ["allocations per request", f"{counted['framework'][1] - 1:g} besides the caller's own"],
+        ["allocations per request", f"{counted['framework'][1] - 1:g} in addition to the caller's message"],
         ["a request to one of 100,000 services, compared with the only service",
          f"{with_yield['request/one of one/services:100000'][2]:.2f} times as long"],
         ["answered by another thread, on one processor", threads]])

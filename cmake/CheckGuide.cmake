@@ -1,8 +1,8 @@
-# What the pages show is what is compiled and run (what they link to is looked at by ./dev docs):
-# - a page of docs/ begins, after its title and at most one paragraph, with its program (examples/guide/PAGE.cpp) and what that
-#   prints (PAGE.expected);
-# - every ```cpp block of the pages and the README stands as it is in one of the examples, at whatever indentation, and what a block
-#   prints is what an example is expected to print.
+# Compares the pages with the examples (./dev docs checks their links):
+# - A page of docs/ begins, after its title and at most one paragraph, with its program (examples/guide/PAGE.cpp) and the output of the
+#   program (PAGE.expected).
+# - Every ```cpp block of the pages and the README is part of an example, at any indentation. Every block after "prints" is the expected
+#   output of an example.
 cmake_minimum_required(VERSION 3.25)
 set(failed FALSE)
 function(fault text)

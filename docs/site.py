@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""What ./dev docs adds to Doxygen, which knows neither the order of the guide's pages nor links from a page to a source.
+"""Prepares and checks the site that ./dev docs builds with Doxygen: the order of the pages, and the links from pages to source files.
 
-site.py            prints the settings that name the pages; writes the layout, and a page for each source that a page links to
-site.py FILE       Doxygen's filter: prints a page with its relative links made into links of the site, or a header with the lines of
-                   each table row in its comments made into one
-site.py --check    fails if a link in the finished site leads nowhere
+site.py            prints Doxygen's settings for the pages, and writes the layout and a page for each source file that a page links to
+site.py FILE       Doxygen's filter: prints a page with its relative links changed to links of the site, or a header with each table row
+                   in its comments joined into one line
+site.py --check    fails if a link in the finished site has no target
 """
 
 import html
@@ -16,11 +16,11 @@ from urllib.parse import unquote
 ROOT = Path(__file__).resolve().parent.parent
 OUT = ROOT / "build/docs"
 ORDER = "concepts providers contexts futures connectors threads-and-locks failures logging linking performance design".split()
-# The site shows this folder as its list of classes.
+# A link to this folder leads to the list of classes.
 HEADERS = ROOT / "connector"
 
 REFERENCE = [("classlist", "Classes"), ("namespacelist", "Namespaces and functions"), ("hierarchy", "Hierarchy"), ("filelist", "Headers")]
-# What a class is for comes first, then its operations in short, then in full.
+# The detailed description comes first, then the list of operations, then their documentation.
 CLASS_PAGE = """<class>
 <includes/><detaileddescription title=""/><inheritancegraph/>
 <memberdecl>
@@ -34,7 +34,7 @@ CLASS_PAGE = """<class>
 
 
 def guide():
-    """The pages that there are, in reading order; those that ORDER doesn't know behind it."""
+    """All existing pages in reading order. Pages of docs/ that aren't in ORDER come after it."""
     found = {page.stem: page for page in sorted((ROOT / "docs").glob("*.md"))}
     ordered = [found.pop(name) for name in ORDER if name in found]
     own = [ROOT / name for name in ("CONTRIBUTING.md", "SECURITY.md", "CHANGELOG.md")]
@@ -46,7 +46,7 @@ PAGES = guide()
 
 
 def label(page, heading=""):
-    """The name of a page or of a heading in it, made as the usual renderers of Markdown make it."""
+    """The label of a page or of a heading in it, formed as the usual renderers of Markdown form it."""
     name = "mainpage" if page.name == "README.md" else page.stem.lower()
     slug = re.sub(r"[^\w\- ]", "", heading.lower()).strip().replace(" ", "-")
     return f"{name}_{slug}" if slug else name
@@ -71,8 +71,8 @@ def rewritten(page, match):
     image, text, _, anchor = match.groups()
     path = leads_to(page, match)
     if not path.exists():
-        return match.group()  # Doxygen or check() says so
-    if image:  # what Doxygen makes of one doesn't shrink with its page
+        return match.group()  # Doxygen or check() reports it
+    if image:  # an image that Doxygen inserts doesn't shrink with the page
         return f'@htmlonly<div class="image"><img src="{path.name}" alt="{html.escape(text)}"/></div>@endhtmlonly'
     if path == HEADERS:
         target = "annotated.html"
@@ -95,7 +95,7 @@ def show_page(page):
 
 
 def show_header(header):
-    """A row whose first cell is blank goes on with the row above. Blank lines behind the table make up for it."""
+    """A row whose first cell is blank continues the row above. Blank lines after the table keep the line numbers."""
     rows, lost = [], 0
     for line in [*header.read_text().splitlines(), ""]:
         row = re.match(r"\s*/// \|(.*)\|$", line)
@@ -157,7 +157,7 @@ def check():
             file, _, anchor = unquote(html.unescape(link)).partition("#")
             file = file or name
             if not (site / file).exists() or (anchor and file in pages and anchor not in anchors[file]):
-                broken.add(f"{name}: {link} leads nowhere")
+                broken.add(f"{name}: {link} has no target")
     sys.exit("\n".join(sorted(broken)) or None)
 
 

@@ -1,5 +1,5 @@
-// Calls three services one after another without blocking a thread: with then(), and as a coroutine. Also gives up on a
-// service that doesn't answer.
+// Calls three services one after another without blocking a thread: with then(), and as a coroutine. Also cancels a
+// request to a service that doesn't answer.
 
 #include "Worker.h"
 
@@ -69,7 +69,7 @@ private:
     }
 };
 
-/// Never answers, and can tell whether its reply was cancelled.
+/// Never answers. cancelled() returns whether its reply was cancelled.
 class Oracle : public ServiceProvider {
 public:
     Reply handle(MessagePtr&&, Address&&, std::shared_ptr<Context>&&) override { return promise.future(); }
@@ -79,7 +79,7 @@ private:
     Promise<MessagePtr> promise;
 };
 
-/// The same with then(): each function sends the previous desk's answer to the next desk.
+/// The same with then(): each function sends the answer of one desk to the next desk.
 Reply process(MessagePtr order, const std::shared_ptr<Context>& context) {
     auto checked = context->handle(std::move(order), Address("check"));
     auto priced =
@@ -116,5 +116,5 @@ int main() {
         std::cout << "oracle:    no answer in time\n";
         cancel(reply);
     }
-    std::cout << "oracle:    " << (oracle->cancelled() ? "knows that nobody waits" : "still thinks") << '\n';
+    std::cout << "oracle:    " << (oracle->cancelled() ? "cancelled" : "not cancelled") << '\n';
 }

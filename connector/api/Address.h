@@ -11,34 +11,33 @@
 
 namespace connector {
 
-/// Where a message goes: text segments joined by '/', consumed from the front as the message travels. Each routing step
-/// removes the segment that named its service; the provider receives the rest. A segment that begins with '?' names an
-/// optional service.
+/// The address of a message: text segments joined by '/'. Each routing step removes the first segment, which names a
+/// service; the provider receives the rest. A segment that begins with '?' names an optional service.
 ///
-/// n slashes make n + 1 segments, so "a/b" is a, b; "/a" is an empty segment, then a; "a/" is a, then an empty segment.
-/// The empty text makes none.
+/// n slashes make n + 1 segments: "a/b" is a, b; "/a" is an empty segment, then a; "a/" is a, then an empty segment.
+/// The empty text has no segments.
 ///
-/// A value type: copies are independent, a moved-from address is empty. An address whose text fits a small string
-/// allocates nothing to make, to move or to consume by hash. Threads: like a std::string, one writer or any number of
+/// A value type: copies are independent, and a moved-from address is empty. If the text fits a small string, creating
+/// the address, moving it and removing its segments by popHash() allocate nothing. Threads: one writer or any number of
 /// readers at a time.
 class CONNECTOR_API_EXPORT Address {
 public:
     /// An address without segments.
     Address() noexcept;
 
-    /// The segments of `text`. The text is kept as it is; nothing is escaped and no form is refused.
+    /// The segments of `text`. Nothing is escaped, and every text is accepted.
     explicit Address(std::string text) noexcept;
 
-    /// The segments that `other` has left.
+    /// Copies the remaining segments of `other`.
     Address(const Address& other);
 
-    /// Takes the segments over and leaves `other` empty.
+    /// Moves the remaining segments out of `other`, which is empty afterwards.
     Address(Address&& other) noexcept;
 
     /// As the copy constructor. If it throws std::bad_alloc, nothing has changed.
     Address& operator=(const Address& other);
 
-    /// As the move constructor. An address that is moved to itself stays what it was.
+    /// As the move constructor. An address that is moved to itself is unchanged.
     Address& operator=(Address&& other) noexcept;
 
     ~Address();
@@ -46,24 +45,24 @@ public:
     /// Whether no segment is left.
     bool empty() const noexcept { return position == exhausted(); }
 
-    /// Removes the first segment and returns its text as written, a leading '?' included. With no segment left, returns
-    /// the empty text. Throws std::bad_alloc when the text can't be copied; the segment then stays.
+    /// Removes the first segment and returns its text as written, including a leading '?'. Returns the empty text if no
+    /// segment is left. Throws std::bad_alloc; the segment is then still there.
     std::string pop();
 
-    /// serviceNameHash of the first segment, or of the empty text with no segment left. Costs time in the segment's
-    /// length.
+    /// serviceNameHash() of the first segment, or of the empty text if no segment is left. The time is proportional to
+    /// the length of the segment.
     [[gnu::pure]] std::uint64_t peekHash() const noexcept;
 
-    /// Removes the first segment and returns the hash that peekHash() would have given. In line: a caller who has
-    /// peeked already and ignores the result doesn't pay for the hash again.
+    /// Removes the first segment and returns the hash that peekHash() would have returned. Inline, so that the compiler
+    /// omits the hash for a caller that ignores it.
     std::uint64_t popHash() noexcept;
 
-    /// The segments still left, joined by '/'.
+    /// The remaining segments, joined by '/'.
     std::string toString() const;
 
 private:
-    // A function: a static member would be a unique symbol in whatever is compiled without optimisation, and a library
-    // with one of those is never unloaded.
+    // A function, because a static data member would be a unique symbol in code compiled without optimisation. A
+    // library with a unique symbol is never unloaded.
     static constexpr std::size_t exhausted() noexcept { return std::string::npos; }
 
     std::string_view rest() const noexcept {
@@ -80,12 +79,12 @@ private:
     }
 
     std::string text;
-    // Where the first segment that is left begins in `text`. It may be the text's end: a last segment that is empty.
+    // The start of the first remaining segment in `text`. It is the size of the text if only an empty segment is left.
     std::size_t position = exhausted();
 };
 
-// Inline for speed. The library also exports all of them, for callers that look them up or whose compiler inlines
-// nothing: Address.cpp compiles these definitions without the keyword.
+// Inline for speed. The library also exports all of them, for callers that look them up by name and for compilers that
+// don't inline them: Address.cpp compiles these definitions without the keyword.
 #if !defined(CONNECTOR_ADDRESS_INLINE)
 #define CONNECTOR_ADDRESS_INLINE inline
 #endif

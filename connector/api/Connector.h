@@ -51,7 +51,7 @@ public:
     /// been routed to the provider is still delivered; the provider is kept until that call has returned.
     virtual void removeServiceProvider(const std::string& name) = 0;
 
-    /// The names, as they were registered. ConnectorImpl doesn't support it.
+    /// The names, as they were registered. ConnectorImpl doesn't support this operation.
     virtual std::set<std::string> listServiceProviders() = 0;
 
     /// Delivers `message` to the provider named by the first segment of `address`, with the rest of the address and

@@ -8,8 +8,7 @@
 
 namespace connector {
 
-/// The key under which ConnectorImpl2 registers and finds a service. Addresses and the registry both call this
-/// function: if they hashed differently, no message would reach its provider.
+/// The key under which ConnectorImpl2 registers and finds a service. Addresses and the registry both use this function.
 ///
 /// One leading '?', which marks an optional service, is ignored: "?name" and "name" are the same service. A second '?'
 /// is a character like any other. Bytes above 0x7F count as negative numbers. Different names may have the same hash,

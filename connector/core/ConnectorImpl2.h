@@ -12,7 +12,7 @@
 #include <string>
 #include <unordered_map>
 
-// Whatever changes the layout of boost::shared_mutex on some platform.
+// These settings change the layout of boost::shared_mutex on some platforms.
 #if BOOST_THREAD_VERSION != 2 || defined(BOOST_THREAD_V2_SHARED_MUTEX) ||                                              \
     (defined(BOOST_THREAD_PLATFORM_WIN32) && defined(BOOST_THREAD_PROVIDES_GENERIC_SHARED_MUTEX_ON_WIN))
 #error "Leave BOOST_THREAD_VERSION and BOOST_THREAD_V2_SHARED_MUTEX undefined: the library uses the default mutex."
@@ -24,8 +24,8 @@ namespace internal {
 class RegistryGate;
 }
 
-/// The in-process connector: it keeps its own registry of providers and calls them on the caller's thread. A segment of
-/// an address that begins with '?' names an optional service, which is skipped if no provider has its name.
+/// The in-process connector: it has its own registry of providers and calls them on the caller's thread. A segment of
+/// an address that begins with '?' names an optional service, which is skipped if it isn't registered.
 ///
 ///     const auto connector = std::make_shared<ConnectorImpl2>();
 ///     connector->addServiceProvider("greet", std::make_shared<Greeter>());

@@ -3,8 +3,8 @@
 #include <connector/Export.h>
 
 /// @file
-/// What the implementation library says of itself, for whoever loads it by hand: look the names up in the loaded
-/// module, each is a pointer to a constant text. They never change while the module is loaded and are gone with it.
+/// Strings that identify the implementation library. A host that loads the library by hand looks the names up in it;
+/// each is a pointer to a constant text, valid while the library is loaded.
 
 extern "C" {
 
@@ -14,6 +14,6 @@ CONNECTOR_IMPL_EXPORT extern const char* const libqzconnectorframeworkimpl_versi
 /// Month, day and year: "Mmm dd yyyy", the day right-aligned in two characters.
 CONNECTOR_IMPL_EXPORT extern const char* const libqzconnectorframeworkimpl_build_date;
 
-/// The module's file, relative to the root of the installation that it was identified for.
+/// The path of the library's file in an installation.
 CONNECTOR_IMPL_EXPORT extern const char* const libqzconnectorframeworkimpl_relative_path;
 }

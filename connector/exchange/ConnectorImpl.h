@@ -17,17 +17,17 @@ class ExchangeApi;
 
 namespace connector {
 
-/// The connector over the process's message-service exchange: each provider becomes a queue of the exchange, and each
-/// message makes a round trip through it. All exchange connectors of a process use the same exchange, so they share one
-/// name and one set of services, also with other users of the exchange.
+/// The connector over the process's message-service exchange: each provider gets a queue of the exchange, and messages
+/// and replies pass through the exchange. All connectors of this class use the same exchange, so they share one name.
+/// They share their services with each other and with other users of the exchange.
 ///
 ///     const auto connector = std::make_shared<ConnectorImpl>();
 ///     connector->addServiceProvider("greet", std::make_shared<Greeter>());
 ///     Reply reply = connector->handle(std::make_unique<Text>("world"), Address("greet"), nullptr); // resolved
 ///     connector->removeServiceProvider("greet"); // otherwise the exchange keeps it
 ///
-/// docs/connectors.md compares it with ConnectorImpl2. Service names are compared letter by letter. No service is
-/// optional: '?' is a letter like any other. Nothing is logged.
+/// docs/connectors.md compares it with ConnectorImpl2. Service names are compared character by character. No
+/// service is optional: '?' is a character like any other. Nothing is logged.
 ///
 /// Ownership: create it with std::make_shared. It owns its process context. The exchange owns the providers, from
 /// registration to removal and during each call; they outlive the connector. Remove them before the library that

@@ -6,7 +6,7 @@
 
 namespace connector {
 
-/// The exchange's reply to a request that failed. Of the failure, only its text crosses the exchange.
+/// The reply to a request that failed. Only the text of the failure crosses the exchange.
 class ErrorMessage : public foundation::msg_svc::exchange::Reply {
 public:
     ErrorMessage(const std::string& text) : text(text) {}
