@@ -15,8 +15,8 @@
 using namespace connector;
 using MessagePtr = std::unique_ptr<Message>;
 
-/// The host's provider in front of the plugin's. The host receives nothing that needs the plugin's code: a reply is
-/// copied into a message of the host, and an exception into one of the standard library.
+/// A provider of the host that calls the provider of a plugin. The host receives nothing that needs the plugin's code: a
+/// reply is copied into a message of the host, and an exception into one of the standard library.
 class Guest : public ServiceProvider {
 public:
     Guest(const char* file, Context& data) : module(dlopen(file, RTLD_NOW | RTLD_LOCAL)) {
