@@ -2,6 +2,7 @@
 #include <connector/async/Promise.h>
 #include <connector/async/Then.h>
 #include <connector/async/TimeLimit.h>
+#include <connector/async/WhenAll.h>
 
 #include <iostream>
 #include <stdexcept>

@@ -2,6 +2,7 @@
 #include "support/Rounds.h"
 
 #include <connector/async/Then.h>
+#include <connector/async/WhenAll.h>
 
 #include <gmock/gmock.h>
 

@@ -4,6 +4,7 @@
 
 #include <connector/async/Then.h>
 #include <connector/async/TimeLimit.h>
+#include <connector/async/WhenAll.h>
 
 #include <gmock/gmock.h>
 

@@ -7,6 +7,7 @@
 #include <connector/async/Promise.h>
 #include <connector/async/Then.h>
 #include <connector/async/TimeLimit.h>
+#include <connector/async/WhenAll.h>
 #include <connector/context/ContextImpl.h>
 #include <connector/core/ConnectorImpl2.h>
 #include <connector/diagnostics/ModuleIdentity.h>
