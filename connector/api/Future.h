@@ -1,5 +1,6 @@
 #pragma once
 
+#include <connector/api/detail/MakeState.h>
 #include <connector/api/detail/SharedFutureState.h>
 
 #include <atomic>
@@ -112,7 +113,7 @@ Future<std::remove_reference_t<T>> makeReadyFuture(T&& value) {
     static_assert(!std::is_reference_v<T>, "a future takes its value over: pass an rvalue");
     using Value = std::remove_reference_t<T>;
     auto state = detail::makeState<Value>();
-    state->setValue(std::move(value)); // NOLINT(bugprone-move-forwarding-reference): it is an rvalue
+    state->setValue(std::move(value));
     return Future<Value>(std::move(state));
 }
 

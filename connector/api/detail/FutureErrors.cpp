@@ -1,7 +1,7 @@
-#include <connector/api/Message.h>
-#include <connector/api/detail/SharedFutureState.h>
+#include <connector/api/detail/FutureErrors.h>
 
 #include <stdexcept>
+#include <utility>
 
 namespace connector::detail {
 
@@ -26,8 +26,8 @@ void throwPromiseResolved() {
 }
 
 void rethrowOutcome(std::exception_ptr exception) {
-    // Rethrowing a null pointer is undefined; a producer may have stored one by asking for the current exception
-    // outside a handler.
+    // Rethrowing a null pointer is undefined. A producer that asks for the current exception outside a handler stores
+    // one.
     if (!exception)
         throw exception;
     try {
@@ -38,12 +38,5 @@ void rethrowOutcome(std::exception_ptr exception) {
         std::rethrow_exception(inner);
     }
 }
-
-template CONNECTOR_API_EXPORT std::shared_ptr<SharedFutureState<std::unique_ptr<Message>>> makeState();
-
-template CONNECTOR_API_EXPORT std::exception_ptr makeException(std::logic_error);
-template CONNECTOR_API_EXPORT std::exception_ptr makeException(std::invalid_argument);
-template CONNECTOR_API_EXPORT std::exception_ptr makeException(std::out_of_range);
-template CONNECTOR_API_EXPORT std::exception_ptr makeException(std::runtime_error);
 
 } // namespace connector::detail
