@@ -4,6 +4,7 @@
 /// A logger with a mask of severities, and FL_LOG, which writes through it.
 
 #include <fl/log/detail/channel_mask.h>
+#include <fl/log/detail/statement.h>
 #include <fl/log/severity_mask.h>
 
 #include <boost/log/detail/light_rw_mutex.hpp>
