@@ -15,22 +15,21 @@ namespace detail {
 struct FutureAccess;
 }
 
-/// The consumer's handle for a reply that a producer gives now or later: get() waits for it and takes it, once.
+/// The consumer's handle for a reply. get() waits for the reply and takes it, once:
 ///
-/// Every reply of the framework travels as a Future<std::unique_ptr<Message>>. A provider that has its answer returns
-/// makeReadyFuture(), one that failed throws or returns makeExceptionalFuture(), and one that answers later keeps a
-/// std::shared_ptr to the state that it built the future over, and resolves that:
+///     Promise<int> promise; // connector/async/Promise.h
+///     Future<int> future = promise.future();
+///     worker.post([promise = std::move(promise)]() mutable { promise.setValue(compute()); }); // on any thread
+///     int answer = future.get();
 ///
-///     auto state = std::make_shared<detail::SharedFutureState<T>>();
-///     Future<T> future(state);                          // for the consumer
-///     worker.post([state] { state->setValue(compute()); }); // the producer, on any thread
+/// Every reply of the framework is a Future<std::unique_ptr<Message>>. A provider that has its answer returns
+/// makeReadyFuture(). A provider that fails throws, or returns makeExceptionalFuture(). A provider that answers later
+/// returns the future of a Promise.
 ///
-/// A Promise (connector/async/Promise.h) does the same, and fails the reply if it dies without an answer.
-///
-/// Ownership: the value is the producer's until it resolves, then the state's, then the consumer's. Dropping a future
-/// neither cancels nor waits. Two futures may be built over one state; its value is still given out once. Threads: one
-/// thread uses a Future object at a time; the producer may be on any other. Memory ordering: what the producer did
-/// before it resolved is visible once get() has returned or thrown.
+/// Ownership: the producer owns the value until it resolves the future, then the state owns it, then the consumer.
+/// Dropping a future neither cancels nor waits. Two futures may share one state; its value is still given out once.
+/// Threads: one thread uses a Future object at a time; the producer may be on any other. Memory ordering: everything
+/// that the producer did before it resolved the future is visible once get() has returned or thrown.
 template <class T>
 class Future {
     static_assert(!std::is_reference_v<T>,
@@ -39,29 +38,29 @@ class Future {
 
 public:
     /// A future over `state`, which it shares. A null pointer makes an invalid future.
-    explicit Future(std::shared_ptr<detail::SharedFutureState<T>> state) noexcept
+    Future(std::shared_ptr<detail::SharedFutureState<T>> state) noexcept
         : state(std::move(state)), stateValid(this->state != nullptr) {}
 
-    /// Moving takes the state over and leaves `other` invalid.
+    /// Takes over the state of `other` and leaves `other` invalid.
     Future(Future&& other) noexcept : state(std::move(other.state)), stateValid(other.invalidate()) {}
 
-    /// As the constructor. Lets go of the state that this future had.
+    /// Like the constructor. Releases the state that this future had.
     Future& operator=(Future&& other) noexcept;
     ~Future() { stateValid.store(false); }
 
     /// Whether this future has a state. Stays true after get().
     [[nodiscard]] bool valid() const noexcept { return stateValid.load(); }
 
-    /// Blocks until the producer has resolved and returns the value, or throws the exception that the producer stored;
-    /// of one that is a std::exception_ptr itself, the exception to which that refers. Works once: a second call, and
-    /// one on a future with a continuation, throws std::runtime_error ("Future already returned it's value or has an
+    /// Blocks until the future is resolved and returns the value, or throws the stored exception. If the exception
+    /// object is itself a std::exception_ptr, throws the exception to which that refers. Works once: a second call, and
+    /// a call on a future with a continuation, throws std::runtime_error ("Future already returned it's value or has an
     /// associated continuation."). Also throws std::runtime_error for a future without a state ("Future state isn't
-    /// valid!") and for one that was cancelled ("Future has been cancelled."). Takes the state's own mutex only. Never
-    /// call it on the thread that is to resolve it.
+    /// valid!") and for a cancelled one ("Future has been cancelled."). Takes only the state's own mutex. Never call it
+    /// on the thread that is to resolve the future.
     T get();
 
 private:
-    // For what attaches continuations, cancels, or waits otherwise than get().
+    // For code that attaches continuations, cancels, or waits with a time limit.
     friend struct detail::FutureAccess;
 
     bool invalidate() noexcept {
@@ -71,22 +70,23 @@ private:
     }
 
     std::shared_ptr<detail::SharedFutureState<T>> state;
-    // Stored false as the future dies; sequentially consistent, so that a late look at a dead future is refused.
+    // Sequentially consistent. The destructor stores false.
     std::atomic<bool> stateValid;
 };
 
-/// A future that is resolved with `value` already. Two allocations: the state and the cell of its value. If one fails,
-/// std::bad_alloc is thrown and `value` is still the caller's. Yields the processor once, as every resolution does.
+/// A future that is already resolved with `value`. Allocates twice: the state and the cell of its value. If an
+/// allocation fails, throws std::bad_alloc, and the caller still owns `value`. Yields the processor once, like every
+/// resolution.
 template <class T>
 [[nodiscard]] Future<std::remove_reference_t<T>> makeReadyFuture(T&& value);
 
-/// A future that is resolved with `exception` already, of the type E as given here. Throws std::bad_alloc. Yields like
+/// A future that is already resolved with a copy of `exception`, of type E. Throws std::bad_alloc. Yields like
 /// makeReadyFuture().
 template <class T, class E>
 [[nodiscard]] Future<T> makeExceptionalFuture(E exception);
 
-/// A future that is resolved with the exception being handled; otherwise as above. Call it inside a handler: outside of
-/// one, what get() throws is a null std::exception_ptr.
+/// A future that is already resolved with the exception being handled; otherwise the same. Call it inside a handler:
+/// outside one, get() throws a null std::exception_ptr.
 template <class T>
 [[nodiscard]] Future<T> makeExceptionalFuture();
 
@@ -103,7 +103,7 @@ template <class T>
 T Future<T>::get() {
     if (!valid())
         detail::throwFutureInvalid();
-    // Whoever owns this future may destroy it while the value is awaited.
+    // The future may be destroyed during the wait.
     const std::shared_ptr<detail::SharedFutureState<T>> kept = state;
     return kept->get();
 }

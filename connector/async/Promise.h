@@ -18,45 +18,44 @@ namespace connector {
 ///     worker.post([promise = std::move(promise)]() mutable { promise.setValue(answer()); });
 ///     return reply;
 ///
-/// A promise that is destroyed, or assigned to, before it was resolved fails its future with std::runtime_error
-/// ("Promise destroyed before it was resolved."), so that nobody waits for an answer that can't come; if there is no
-/// memory for that, it cancels the future.
+/// A promise that is destroyed or assigned to unresolved fails its future with std::runtime_error ("Promise destroyed
+/// before it was resolved."), so that no consumer waits forever. If there is no memory for that exception, it cancels
+/// the future instead.
 ///
-/// Ownership: move-only; shares the state with its futures. Threads: one thread uses a promise at a time; its futures
-/// may be used on others. A continuation runs on the thread that resolves the promise, inside that call, and may
-/// destroy the promise. Every operation of a moved-from promise throws std::runtime_error ("Promise state isn't
-/// valid!").
+/// Ownership: move-only; shares the state with its futures. Threads: one thread uses a promise at a time; other threads
+/// may use its futures. A continuation runs on the thread that resolves the promise, inside that call, and may destroy
+/// the promise. Every operation of a moved-from promise throws std::runtime_error ("Promise state isn't valid!").
 template <class T>
 class Promise {
 public:
     /// An unresolved promise. Throws std::bad_alloc.
     Promise() : state(detail::makeState<T>()) {}
 
-    /// Takes the state over.
+    /// Takes over the state of the other promise.
     Promise(Promise&&) noexcept = default;
 
-    /// Takes the state of `other` over; the promise that this one was dies.
+    /// Takes over the state of `other`. The state that this promise had is treated as by the destructor.
     Promise& operator=(Promise&& other) noexcept {
         Promise dropped(std::move(other));
         std::swap(state, dropped.state);
         return *this;
     }
 
-    /// Fails its future if it wasn't resolved, as told above.
+    /// Fails its future if it is unresolved, as described above.
     ~Promise() { drop(); }
 
-    /// A future for the reply. Futures of one promise share its one reply: whoever asks first gets it.
+    /// A future for the reply. The futures of one promise share its one reply: the first get() takes it.
     [[nodiscard]] Future<T> future() const { return Future<T>(valid()); }
 
     /// Resolves with `value`. Throws std::runtime_error ("Promise already resolved.") and std::bad_alloc; in these
-    /// cases, and when the future was cancelled, `value` is still the caller's. Yields the processor once.
+    /// cases, and if the future was cancelled, the caller still owns `value`. Yields the processor once.
     void setValue(T&& value) { detail::StatePtr<T>(valid())->setValue(std::move(value)); }
 
-    /// Resolves with `exception`, which the consumer's get() throws. Throws as setValue().
+    /// Resolves with `exception`, which the consumer's get() throws. Throws like setValue().
     void setException(const std::exception_ptr& exception) { detail::StatePtr<T>(valid())->setException(exception); }
 
-    /// Whether the consumer cancelled the future. Nobody waits for the answer then, and resolving does nothing. Takes
-    /// the state's mutex.
+    /// Whether the consumer cancelled the future. No consumer waits then, and resolving does nothing. Takes the state's
+    /// mutex.
     [[nodiscard]] bool cancelled() const { return status(*valid()) == detail::FutureStatus::Cancelled; }
 
 private:

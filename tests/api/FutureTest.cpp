@@ -18,6 +18,7 @@ using State = detail::SharedFutureState<Value>;
 static_assert(std::is_nothrow_move_constructible_v<Reply> && std::is_nothrow_move_assignable_v<Reply>);
 static_assert(!std::is_copy_constructible_v<Reply> && !std::is_default_constructible_v<Reply>);
 static_assert(std::is_same_v<decltype(std::declval<Reply&>().get()), MessagePtr>);
+static_assert(std::is_convertible_v<std::shared_ptr<State>, Future<Value>>);
 
 constexpr const char* alreadyReturned = "Future already returned it's value or has an associated continuation.";
 

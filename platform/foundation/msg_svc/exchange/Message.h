@@ -11,9 +11,10 @@ namespace foundation::msg_svc::exchange {
 class Envelope;
 class Reply;
 
-/// What an exchange carries to a queue. Derive from it; the receiving queue finds out by dynamic_cast what it got.
+/// A message that an exchange delivers to a queue. Derive from it; the receiving queue finds the actual type by
+/// dynamic_cast.
 ///
-/// Ownership: shared by whoever submitted it and the exchange, until it has been delivered. Immutable to the receiver.
+/// Ownership: shared by the submitter and the exchange until it has been delivered. The receiver can't change it.
 class FOUNDATION_EXPORT Message {
 public:
     Message() = default;
@@ -21,17 +22,17 @@ public:
     Message& operator=(const Message&) = delete;
     virtual ~Message();
 
-    /// What the submitter gets when no queue has the name that the message was addressed to. `envelope` is the
-    /// message's own, good for the call. An empty pointer unless overridden. What it throws goes into the submitter's
-    /// future. No lock of the exchange is held.
+    /// The submitter's reply if no queue has the name to which the message is addressed; empty unless overridden.
+    /// `envelope` is the message's own and valid during the call. An exception goes into the submitter's future. No
+    /// lock of the exchange is held.
     virtual boost::shared_ptr<const Reply> createUndeliverableReply(const Envelope& envelope) const;
 
-    /// Writes the message for a person to read, behind `indentation` blanks: the type's name, unless overridden.
+    /// Writes the message in readable form, after `indentation` blanks: the type's name, unless overridden.
     virtual void toString(std::ostream& stream, int indentation) const;
 
 protected:
-    /// Whether both say the same, for derived classes that offer a comparison. Only the same object does unless
-    /// overridden.
+    /// Whether both have the same content, for derived classes that offer a comparison. Unless overridden, true only
+    /// for the same object.
     virtual bool protectedEquals(const Message& other) const;
 };
 

@@ -6,22 +6,22 @@
 
 namespace foundation::msg_svc::exchange {
 
-/// What a queue sends back to the submitter of a message. Derive from it; the submitter finds out by dynamic_cast what
-/// it got.
+/// The reply of a queue to the submitter of a message. Derive from it; the submitter finds the actual type by
+/// dynamic_cast.
 class FOUNDATION_EXPORT Reply {
 public:
     Reply(const Reply&) = delete;
     Reply& operator=(const Reply&) = delete;
     virtual ~Reply();
 
-    /// Writes the reply for a person to read, behind `indentation` blanks: the type's name, unless overridden.
+    /// Writes the reply in readable form, after `indentation` blanks: the type's name, unless overridden.
     virtual void toString(std::ostream& stream, int indentation) const;
 
 protected:
     Reply() = default;
 
-    /// Whether both say the same, for derived classes that offer a comparison. Only the same object does unless
-    /// overridden.
+    /// Whether both have the same content, for derived classes that offer a comparison. Unless overridden, true only
+    /// for the same object.
     virtual bool protectedEquals(const Reply& other) const;
 };
 

@@ -11,15 +11,15 @@ namespace foundation::msg_svc::exchange {
 class DefaultExchange;
 class Reply;
 
-/// The way back: ties a reply to the submission that it answers. MessageQueue::sendReply() takes it.
+/// The routing record of a submission, which connects a reply to it. MessageQueue::sendReply() takes one.
 ///
-/// A value type whose copies stand for one submission. A queue that answers later, on any thread, keeps a copy. When
-/// the last copy goes without a reply, the submitter's future fails with boost::broken_promise, so nobody waits for
-/// ever. Threads: any number may reply on copies of one record at once; the first reply counts.
+/// A value type whose copies belong to the same submission. A queue that answers later, on any thread, keeps a copy. If
+/// the last copy is destroyed without a reply, the submitter's future fails with boost::broken_promise, so that no
+/// submitter waits forever. Threads: any number may reply on copies of one record at once; the first reply counts.
 class Routing {
 public:
-    /// A record of the same submission as `other`, for a reply that goes through an exchange. The exchange needn't be
-    /// alive: inside a process the record finds its submitter by itself.
+    /// A record of the same submission as `other`, for a reply through an exchange. The exchange may already be
+    /// destroyed: inside a process, the record itself refers to its submitter.
     Routing(const Routing& other, const boost::weak_ptr<DefaultExchange>&) : promise(other.promise) {}
 
 private:
