@@ -4,6 +4,7 @@
 #include <connector/api/detail/FutureErrors.h>
 #include <connector/api/detail/FutureStatus.h>
 
+#include <cassert>
 #include <condition_variable>
 #include <exception>
 #include <memory>
@@ -148,6 +149,8 @@ SharedFutureState<T>::~SharedFutureState() {
         ::delete outcome.value;
     else if (status == FutureStatus::HasException)
         delete outcome.exception;
+    else
+        assert(!outcome.value);
 }
 
 template <class T>
@@ -181,6 +184,7 @@ inline bool SharedFutureState<T>::acceptsOutcome() const {
 
 template <class T>
 inline void SharedFutureState<T>::notifyResolved(std::unique_lock<std::mutex>& lock) {
+    assert(lock.owns_lock() && lock.mutex() == &mutex);
     if (continuation && (status == FutureStatus::HasValue || status == FutureStatus::HasException))
         runContinuation(std::move(lock));
     else

@@ -2,6 +2,7 @@
 
 #include <connector/async/detail/ResultState.h>
 
+#include <cassert>
 #include <coroutine>
 #include <memory>
 #include <mutex>
@@ -26,6 +27,7 @@ public:
 
     void operator()(Future<T>&& source, bool /*cancelled*/, Work& work) {
         arrived = std::move(source);
+        assert(!base || !base->work);
         if (base)
             base->work = &work;
         coroutine.resume(); // may destroy the coroutine

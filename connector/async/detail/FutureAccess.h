@@ -2,6 +2,7 @@
 
 #include <connector/api/Future.h>
 
+#include <cassert>
 #include <memory>
 #include <mutex>
 #include <utility>
@@ -35,7 +36,8 @@ struct FutureAccess {
         state.claim();
     }
     template <class T>
-    static T takeOutcome(SharedFutureState<T>& state, const std::unique_lock<std::mutex> /*lock*/) {
+    static T takeOutcome(SharedFutureState<T>& state, [[maybe_unused]] const std::unique_lock<std::mutex> lock) {
+        assert(lock.owns_lock() && lock.mutex() == &state.mutex);
         return state.take();
     }
 

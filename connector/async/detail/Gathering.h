@@ -3,6 +3,7 @@
 #include <connector/async/detail/ResultState.h>
 
 #include <atomic>
+#include <cassert>
 #include <cstddef>
 #include <memory>
 #include <mutex>
@@ -30,6 +31,7 @@ public:
         // Acquires and releases the futures that other arrivals have stored.
         if (left.fetch_sub(1, std::memory_order_acq_rel) != 1)
             return;
+        assert(futures.size() == sources.size());
         for (std::size_t index = 0; index < sources.size(); ++index)
             if (sources[index].refused)
                 futures[index] =

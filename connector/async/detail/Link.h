@@ -3,6 +3,7 @@
 #include <connector/async/detail/Work.h>
 
 #include <atomic>
+#include <cassert>
 #include <memory>
 #include <mutex>
 #include <utility>
@@ -40,11 +41,15 @@ public:
     }
 
     void invoke(Future<T>&& future) override {
+        assert(this->waiting);
         this->waiting = false;
         begin(std::move(future), false);
     }
 
-    void run(Work& work) override { body(Future<T>(std::move(this->source)), this->sourceCancelled, work); }
+    void run(Work& work) override {
+        assert(!this->waiting && this->source);
+        body(Future<T>(std::move(this->source)), this->sourceCancelled, work);
+    }
 
     const Waiter* waiter() const noexcept override { return body.waiter(); }
 
@@ -71,6 +76,7 @@ enum class Attachment {
 template <class T, class SomeLink>
 [[nodiscard]] Attachment attach(const StatePtr<T>& state, std::unique_ptr<SomeLink>& link,
                                 const Waiter* waiter = nullptr) {
+    assert(link && !link->waiting);
     const std::lock_guard<std::mutex> lock(state->mutex);
     if (state->retrieved || state->continuation)
         return Attachment::Refused;
@@ -91,7 +97,9 @@ template <class T, class SomeLink>
 /// Takes the link out of the slot of `state`; it is then due. Returns null if there is none. A continuation that isn't
 /// a link stays in the slot. Entered with the lock on the state's mutex.
 template <class T>
-std::unique_ptr<ChainLink> detachLink(const StatePtr<T>& state, const std::unique_lock<std::mutex>&) {
+std::unique_ptr<ChainLink> detachLink(const StatePtr<T>& state,
+                                      [[maybe_unused]] const std::unique_lock<std::mutex>& lock) {
+    assert(lock.owns_lock() && lock.mutex() == &state->mutex && state->status != FutureStatus::Pending);
     auto* const link = dynamic_cast<Link<T>*>(state->continuation.get());
     if (!link)
         return nullptr;

@@ -2,6 +2,7 @@
 
 #include <connector/api/detail/FutureErrors.h>
 
+#include <cassert>
 #include <exception>
 #include <memory>
 #include <new>
@@ -30,6 +31,7 @@ public:
     /// Makes the object from the result of `make`. If that throws, the cell still has its memory.
     template <class Make>
     Filled fill(Make&& make) {
+        assert(room);
         T* const filled = ::new (static_cast<void*>(room)) T(std::forward<Make>(make)());
         room = nullptr;
         return Filled(filled);

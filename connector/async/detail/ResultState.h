@@ -4,6 +4,7 @@
 #include <connector/async/detail/OutcomeRoom.h>
 
 #include <atomic>
+#include <cassert>
 #include <memory>
 #include <mutex>
 #include <utility>
@@ -52,6 +53,7 @@ public:
 template <class T>
 [[gnu::always_inline]] inline void settle(const StatePtr<T>& state, FutureStatus status,
                                           std::unique_lock<std::mutex>& lock, Work& work) {
+    assert(lock.owns_lock() && state->status == FutureStatus::Pending && status != FutureStatus::Pending);
     state->status = status;
     std::unique_ptr<ChainLink> due = detachLink(state, lock);
     if (!due)
@@ -138,6 +140,7 @@ void publish(const std::shared_ptr<ResultState<T>>& result, Outcome<T> outcome, 
             result->outcome.value = outcome.value.release();
             status = FutureStatus::HasValue;
         } else {
+            assert(outcome.exception);
             result->outcome.exception = outcome.exception.release();
             status = FutureStatus::HasException;
         }

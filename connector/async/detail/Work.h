@@ -2,6 +2,7 @@
 
 #include <connector/async/detail/Cancellation.h>
 
+#include <cassert>
 #include <exception>
 #include <memory>
 #include <utility>
@@ -37,7 +38,7 @@ public:
     Work() = default;
     Work(const Work&) = delete;
     Work& operator=(const Work&) = delete;
-    ~Work() = default;
+    ~Work() { assert(!links && !waiters); }
 
     void add(std::unique_ptr<ChainLink> link) noexcept {
         link->next = std::move(links);
@@ -46,6 +47,7 @@ public:
 
     /// Adds a waiter that the caller has cancelled. Each is added once.
     void add(std::shared_ptr<Waiter> waiter) noexcept {
+        assert(!waiter->next);
         waiter->next = std::move(waiters);
         waiters = std::move(waiter);
     }

@@ -5,6 +5,7 @@
 #include <boost/log/sources/severity_feature.hpp>
 
 #include <algorithm>
+#include <cassert>
 #include <mutex>
 
 namespace fl::log::detail {
@@ -51,6 +52,7 @@ bool channel_mask::enter(std::uint32_t severity, std::uintmax_t& outer) {
 }
 
 void channel_mask::leave(std::uintmax_t outer) noexcept {
+    assert(writingOnThisThread > 0);
     writing.fetch_sub(1);
     --writingOnThisThread;
     if (writingOnThisThread > 0)

@@ -23,7 +23,7 @@ struct StaticAllocator {
 
     T* allocate(std::size_t) {
         alignas(T) static unsigned char storage[sizeof(T)];
-        return reinterpret_cast<T*>(storage); // NOLINT(cppcoreguidelines-pro-type-reinterpret-cast)
+        return reinterpret_cast<T*>(storage);
     }
     void deallocate(T*, std::size_t) {}
 };
