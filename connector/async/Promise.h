@@ -18,9 +18,9 @@ namespace connector {
 ///     worker.post([promise = std::move(promise)]() mutable { promise.setValue(answer()); });
 ///     return reply;
 ///
-/// A promise that is destroyed or assigned to unresolved fails its future with std::runtime_error ("Promise destroyed
-/// before it was resolved."), so that no consumer waits forever. If there is no memory for that exception, it cancels
-/// the future instead.
+/// A promise that is destroyed, or overwritten by an assignment, before it was resolved fails its future with
+/// std::runtime_error ("Promise destroyed before it was resolved."), so that no consumer waits forever. If there is no
+/// memory for that exception, it cancels the future instead.
 ///
 /// Ownership: move-only; shares the state with its futures. Threads: one thread uses a promise at a time; other threads
 /// may use its futures. A continuation runs on the thread that resolves the promise, inside that call, and may destroy
@@ -44,7 +44,7 @@ public:
     /// Fails its future if it is unresolved, as described above.
     ~Promise() { drop(); }
 
-    /// A future for the reply. The futures of one promise share its one reply: the first get() takes it.
+    /// A future for the reply. The futures of one promise share its one reply: the first consumer takes it.
     [[nodiscard]] Future<T> future() const { return Future<T>(valid()); }
 
     /// Resolves with `value`. Throws std::runtime_error ("Promise already resolved.") and std::bad_alloc; in these

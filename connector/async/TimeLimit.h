@@ -13,7 +13,7 @@ namespace connector {
 
 namespace detail {
 
-/// Holds any duration of any clock nearly enough; what is converted from it is rounded up.
+/// Represents any duration of any clock closely enough; conversions from it round up.
 using Seconds = std::chrono::duration<long double>;
 
 inline void rejectNaN(Seconds time) {
@@ -21,23 +21,23 @@ inline void rejectNaN(Seconds time) {
         throw std::invalid_argument("Time limit can't be NaN.");
 }
 
-/// `from` and `by`, not beyond what the clock can count.
+/// `from` plus `by`, at most the clock's maximum.
 template <class Clock>
 typename Clock::time_point later(typename Clock::time_point from, Seconds by) {
-    // The second is for what the sum may lose by rounding.
+    // The margin of a second allows for the rounding of the sum.
     if (by + Seconds(1) >= Seconds(Clock::time_point::max() - from))
         return Clock::time_point::max();
     return from + std::chrono::ceil<typename Clock::duration>(by);
 }
 
-/// Future::get() that waits until the time that `wakeAt` gives, and then asks it for another, until it gives none. A
-/// maximum stands for no limit. `wakeAt` is called with no lock held; what it throws leaves the future as it was.
+/// Future::get() that waits until the time that `wakeAt` returns, then calls it again, until it returns none. The
+/// clock's maximum means no limit. `wakeAt` is called with no lock held; if it throws, the future is unchanged.
 template <class T, class WakeAt>
 std::optional<T> getBefore(Future<T>& future, WakeAt wakeAt) {
     using Time = typename decltype(wakeAt())::value_type;
     const StatePtr<T> state = FutureAccess::state(future);
     std::unique_lock<std::mutex> lock(state->mutex);
-    // Resolving wakes one waiter, so a second must be refused, as get() does.
+    // Resolving wakes one waiter, so a second one is refused, as in get().
     FutureAccess::claim(*state);
     const auto resolved = [&] { return state->status != FutureStatus::Pending; };
     while (!resolved()) {
@@ -65,17 +65,20 @@ std::optional<T> getBefore(Future<T>& future, WakeAt wakeAt) {
 
 } // namespace detail
 
-/// Future::get() that waits until `deadline` at the longest. Returns the value, or nothing when the future was still
-/// pending at that time; the future is then as it was before, to be asked again, given to then(), or cancelled. A
-/// deadline that has passed asks without waiting. One that is the time_point's maximum, or further away than the
-/// standard clocks can count, is none.
+/// Future::get() with a deadline. Returns the value, or nothing if the future is still pending at that time:
 ///
-/// Any clock will do. It is read on this thread with no lock held, when the future is pending and after each wait, so a
-/// clock that was set back meanwhile lengthens the wait. What it throws leaves the future as it was.
+///     if (std::optional<int> answer = getUntil(future, deadline))
+///         std::cout << *answer;
 ///
-/// Throws std::invalid_argument ("Time limit can't be NaN.") and what get() throws. The same two rules hold: never on
-/// the thread that is to resolve the future, and while one thread waits, any other that asks, or attaches something, is
-/// refused.
+/// A future that is still pending is unchanged: wait again, give it to then(), or cancel it. If the deadline has
+/// passed, the call doesn't wait. The maximum of the time_point, or a deadline further away than the standard clocks
+/// can count, means no limit.
+///
+/// Any clock may be used. It is read on this thread with no lock held, while the future is pending and after each wait,
+/// so a clock that is set back during a wait lengthens it. If reading it throws, the future is unchanged.
+///
+/// Throws std::invalid_argument ("Time limit can't be NaN.") and the exceptions of get(). As with get(), never call it
+/// on the thread that is to resolve the future. While one thread waits, a second wait and a continuation are refused.
 template <class T, class Clock, class Duration>
 [[nodiscard]] std::optional<T> getUntil(Future<T>& future, const std::chrono::time_point<Clock, Duration>& deadline) {
     using System = std::chrono::system_clock;
@@ -89,7 +92,7 @@ template <class T, class Clock, class Duration>
         const detail::Seconds left = end - detail::Seconds(Clock::now().time_since_epoch());
         if (!(left.count() > 0))
             return std::nullopt;
-        // A clock that the condition variable can wait by is waited by, so that setting it forward counts too.
+        // The condition variable waits by a standard clock itself, so that setting the clock forward ends the wait.
         if constexpr (std::is_same_v<Clock, Waited>)
             return detail::later<Waited>(Time(), end);
         else
@@ -97,8 +100,8 @@ template <class T, class Clock, class Duration>
     });
 }
 
-/// getUntil() with a deadline that is `limit` from now, by a clock that nobody sets. A limit that isn't positive asks
-/// without waiting; one beyond what that clock can count is none.
+/// getUntil() with a deadline that is `limit` from now, by the steady clock. With a limit that isn't positive, the
+/// call doesn't wait. A limit further away than that clock can count means no limit.
 template <class T, class Rep, class Period>
 [[nodiscard]] std::optional<T> getFor(Future<T>& future, const std::chrono::duration<Rep, Period>& limit) {
     using Clock = std::chrono::steady_clock;

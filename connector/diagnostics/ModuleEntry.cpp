@@ -1,11 +1,11 @@
-// The module's entry point where the platform has one. Elsewhere the loader runs static construction and destruction,
-// which builds and destroys the logger, and nothing else is needed.
+// The module's entry point, on the platform that has one. The logger is a static object, so other platforms need
+// nothing here.
 #if defined(_WIN32)
 
 #include <windows.h>
 
 BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID) {
-    // The framework keeps nothing per thread: it needn't hear of every thread that comes and goes.
+    // The framework keeps nothing per thread, so it needs no notice of threads that start or end.
     if (reason == DLL_PROCESS_ATTACH)
         DisableThreadLibraryCalls(module);
     return TRUE;

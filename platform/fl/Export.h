@@ -1,6 +1,6 @@
 #pragma once
 
-/// What the library exports carries FL_EXPORT; everything else is hidden. Its build defines FL_BUILDING.
+/// Every exported declaration has FL_EXPORT; everything else is hidden. The library's build defines FL_BUILDING.
 #if !defined(_WIN32)
 #define FL_EXPORT __attribute__((visibility("default")))
 #elif defined(FL_BUILDING)

@@ -1,6 +1,6 @@
 #pragma once
 
-/// What the library exports carries FOUNDATION_EXPORT; everything else is hidden. Its build defines
+/// Every exported declaration has FOUNDATION_EXPORT; everything else is hidden. The library's build defines
 /// FOUNDATION_BUILDING.
 #if !defined(_WIN32)
 #define FOUNDATION_EXPORT __attribute__((visibility("default")))

@@ -26,7 +26,7 @@ void throwPromiseResolved() {
 }
 
 void rethrowOutcome(std::exception_ptr exception) {
-    // Rethrowing a null pointer is undefined. A producer that asks for the current exception outside a handler stores
+    // Rethrowing a null pointer is undefined. A producer that calls std::current_exception() outside a handler stores
     // one.
     if (!exception)
         throw exception;

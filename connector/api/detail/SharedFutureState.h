@@ -100,7 +100,7 @@ public:
         std::exception_ptr* exception; ///< owned with HasException
     };
 
-    /// Null in every other status.
+    /// Null while `status` is neither HasValue nor HasException.
     Outcome outcome{nullptr};
 
     /// The slot of the one continuation, empty if there is none.

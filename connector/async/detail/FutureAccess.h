@@ -12,9 +12,9 @@ namespace connector::detail {
 template <class T>
 using StatePtr = std::shared_ptr<SharedFutureState<T>>;
 
-/// The way to the state of a future, and to what a state keeps for the companion.
+/// Access to the state of a future and to the private operations of a state.
 struct FutureAccess {
-    /// Throws std::runtime_error ("Future state isn't valid!") when there is none.
+    /// Throws std::runtime_error ("Future state isn't valid!") if there is none.
     template <class T>
     static const StatePtr<T>& state(const Future<T>& future) {
         if (!future.valid())
@@ -29,8 +29,8 @@ struct FutureAccess {
         return std::move(future.state);
     }
 
-    /// What SharedFutureState::get() does before and after it waits. Both are entered with the state's mutex held; the
-    /// latter releases it, like get(), when it has taken the value.
+    /// The steps of SharedFutureState::get() before and after its wait. Both are entered with the state's mutex held;
+    /// takeOutcome() releases it when it has taken the value.
     template <class T>
     static void claim(SharedFutureState<T>& state) {
         state.claim();
@@ -41,7 +41,7 @@ struct FutureAccess {
         return state.take();
     }
 
-    /// `state` as the companion's own kind, or null for any other state.
+    /// `state` as a ResultState, or null if it isn't one.
     template <class T>
     static ResultState<T>* resultState(SharedFutureState<T>& state) noexcept {
         return state.ofResult ? static_cast<ResultState<T>*>(&state) : nullptr;

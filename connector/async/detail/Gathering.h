@@ -40,7 +40,7 @@ public:
     }
 
     /// Counts a future that refused its link as arrived. A state that is pending or has a continuation may own this
-    /// gathering through that continuation, so it is kept weakly.
+    /// gathering through a continuation, so it is kept weakly.
     void refuse(std::size_t index, StatePtr<T> state, Work& work) {
         {
             const std::lock_guard<std::mutex> lock(state->mutex);

@@ -4,13 +4,13 @@
 
 namespace fl::except {
 
-/// What exceptions of the platform's libraries have in common, whatever else they derive from: whoever catches this
-/// gets them all, and a text.
+/// The interface of all exceptions of the platform's libraries, in addition to their other bases. A handler of this
+/// type catches all of them and gets their text.
 class FL_EXPORT IException {
 public:
     virtual ~IException();
 
-    /// Says what went wrong. Good as long as the exception.
+    /// The description of the failure. Valid as long as the exception.
     virtual const char* what() const noexcept = 0;
 };
 

@@ -5,7 +5,7 @@
 
 namespace fl::except {
 
-/// An exception that tells of a fault in the program itself, not in what it was given.
+/// An exception that reports a fault in the program itself, not in its input.
 class FL_EXPORT IInternalException : public IException {
 public:
     ~IInternalException() override;

@@ -13,8 +13,8 @@
 namespace foundation::msg_svc::exchange {
 namespace {
 
-/// An exception in the form in which a boost::promise takes one, rethrown as it was. boost::current_exception() knows
-/// some standard types only and cuts what derives from them down to those.
+/// An exception in the form that a boost::promise takes, rethrown unchanged. boost::current_exception() knows only some
+/// standard types and reduces types derived from them to those.
 class CarriedException : public boost::exception_detail::clone_base {
 public:
     explicit CarriedException(std::exception_ptr exception) : exception(std::move(exception)) {}
@@ -44,7 +44,7 @@ void DefaultExchange::addQueue(const std::string& queueName, boost::shared_ptr<M
         throw std::invalid_argument("Queue name can't be empty.");
     if (!queue)
         throw std::invalid_argument("Queue can't be empty.");
-    // `queue` keeps its reference, so that no queue dies under the lock if the table can't grow.
+    // `queue` keeps its reference, so that no queue is destroyed under the lock if the table can't grow.
     Queues added{{queueName, queue}};
     bool late;
     {
@@ -85,7 +85,7 @@ DefaultExchange::submitWithReply(const boost::shared_ptr<const Message>& message
     return future;
 }
 
-// Returns whether there were any: their destructors may register others.
+// Returns whether there were any. Their destructors may register others.
 bool DefaultExchange::dropQueues() noexcept {
     Queues dropped;
     {
@@ -95,14 +95,14 @@ bool DefaultExchange::dropQueues() noexcept {
     for (const auto& named : dropped) {
         try {
             named.second->queueRemoved();
-        } catch (...) { // NOLINT(bugprone-empty-catch): nobody is left to take it
+        } catch (...) { // NOLINT(bugprone-empty-catch): no caller can receive it
         }
     }
     return !dropped.empty();
 }
 
-// Once more for each queue that a destructor registers at the end of the process: that is dropped after the destructor.
-// Not for those of other threads, which might never stop.
+// Called again for each queue that a destructor registers at the end of the process, so that this queue is dropped
+// after the destructor. Not called for queues of other threads, which might register them without end.
 void DefaultExchange::closeAtExit() noexcept {
     std::atexit([] {
         const auto exchange = ExchangeApi::defaultInstance();

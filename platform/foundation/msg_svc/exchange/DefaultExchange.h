@@ -12,15 +12,15 @@
 
 namespace foundation::msg_svc::exchange {
 
-/// The exchange inside one process: a table of names, and delivery on the submitting thread. Hosts take the process's
+/// The exchange inside one process: a table of names, and delivery on the submitting thread. Hosts get the process's
 /// own from ExchangeApi::defaultInstance().
 class FOUNDATION_EXPORT DefaultExchange final : public ExchangeApi {
 public:
     /// An exchange without queues.
     explicit DefaultExchange(std::string name);
 
-    /// Drops all queues as ExchangeApi::removeQueue() does; what their queueRemoved() throws is lost. The exchange
-    /// still answers while their destructors run.
+    /// Drops all queues as ExchangeApi::removeQueue() does; exceptions of queueRemoved() are lost. The exchange still
+    /// answers while the queues' destructors run.
     ~DefaultExchange() override;
 
     const std::string& getExchangeName() const override;
@@ -44,7 +44,7 @@ private:
     // Guarded by queuesMutex: shared to read, exclusive to write.
     mutable std::shared_mutex queuesMutex;
     Queues queues;
-    std::thread::id closedBy; // the thread that ended the process, if that has come to it
+    std::thread::id closedBy; // the thread that ended the process, once that has happened
 };
 
 } // namespace foundation::msg_svc::exchange

@@ -10,20 +10,20 @@
 
 namespace foundation::msg_svc::exchange {
 
-/// The record of a message in transit. Lives for the length of one delivery.
+/// The record of a message in transit. Exists during one delivery.
 class Envelope {
 public:
-    /// For exchanges: `message` on its way to `address`, `routing` back.
+    /// Made by an exchange, for `message` on its way to `address`. `routing` is the record for the reply.
     Envelope(boost::shared_ptr<const Message> message, Address address, Routing routing)
         : message(std::move(message)), address(std::move(address)), routing(std::move(routing)) {}
 
     /// The message, empty if the submitter sent an empty pointer.
     const boost::shared_ptr<const Message>& getMessage() const noexcept { return message; }
 
-    /// Where the submitter sent it.
+    /// The address that the submitter gave.
     const Address& getAddress() const noexcept { return address; }
 
-    /// The way back to the submitter.
+    /// The routing record for the reply.
     const Routing& getRouting() const noexcept { return routing; }
 
 private:

@@ -11,8 +11,8 @@ namespace {
 
 using Exchange = boost::shared_ptr<DefaultExchange>;
 
-/// Gives each type that it is asked for one place in static storage, so that the process's exchange needs no memory
-/// that somebody would have to free.
+/// Provides static storage for one object of each type, so that the process's exchange needs no memory that would have
+/// to be freed.
 template <class T>
 struct StaticAllocator {
     using value_type = T;

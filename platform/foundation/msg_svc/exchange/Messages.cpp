@@ -10,7 +10,7 @@ namespace foundation::msg_svc::exchange {
 namespace {
 
 void writeType(std::ostream& stream, int indentation, const std::type_info& type) {
-    // Whatever the stream's fill character is.
+    // Independent of the stream's fill character.
     for (int i = 0; i < indentation; ++i)
         stream.put(' ');
     stream << boost::core::demangle(type.name());

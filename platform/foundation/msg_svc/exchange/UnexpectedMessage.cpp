@@ -11,7 +11,8 @@ UnexpectedMessage::UnexpectedMessage(const std::type_info& expected, const Messa
     : std::runtime_error("Unexpected message: expected " + boost::core::demangle(expected.name()) + ", received " +
                          (received ? boost::core::demangle(typeid(*received).name()) : "none") + ".") {}
 
-// Out of line, as all that touches the bases' virtual tables: a host needs this library to throw and catch, no other.
+// Out of line, like all code that uses the bases' virtual tables, so that a host needs only this library to throw and
+// catch it.
 UnexpectedMessage::UnexpectedMessage(const UnexpectedMessage& other) = default;
 UnexpectedMessage::~UnexpectedMessage() = default;
 

@@ -12,14 +12,14 @@ namespace foundation::msg_svc::exchange {
 
 class Message;
 
-/// A queue got a message that it has no use for. Thrown out of MessageQueue::processEnvelope(); the submitter meets it
-/// in its future. Can be caught as std::exception, boost::exception, fl::except::IInternalException and
-/// fl::except::IException.
+/// A queue received a message of a type that it doesn't process. Thrown by MessageQueue::processEnvelope(); the
+/// submitter's future then throws it. Can be caught as std::exception, boost::exception, fl::except::IInternalException
+/// and fl::except::IException.
 class FOUNDATION_EXPORT UnexpectedMessage : public std::runtime_error,
                                             public boost::exception,
                                             public fl::except::IInternalException {
 public:
-    /// Looks at `received` (which may be null) for its type only, and doesn't keep it.
+    /// Reads only the type of `received`, which may be null, and doesn't keep it.
     UnexpectedMessage(const std::type_info& expected, const Message* received);
 
     /// A copy with the same text.
