@@ -3,7 +3,6 @@
 
 #include <connector/context/ContextImpl.h>
 #include <connector/core/ConnectorImpl2.h>
-#include <connector/exchange/ConnectorImpl.h>
 
 #include <gmock/gmock.h>
 
@@ -151,36 +150,6 @@ TEST(ContextRouting, WithoutAConnectorLeavesTheMessageWithItsCaller) {
         EXPECT_EQ(address.toString(), "p/x"); // NOLINT(bugprone-use-after-move)
     }
     EXPECT_THROW(ContextImpl(std::make_shared<ConnectorImpl2>()).newLocal(), std::bad_weak_ptr);
-}
-
-template <class Kind>
-class ProcessContext : public testing::Test {};
-using Kinds = testing::Types<ConnectorImpl2, ConnectorImpl>;
-TYPED_TEST_SUITE(ProcessContext, Kinds, );
-
-TYPED_TEST(ProcessContext, IsSharedByAllContextsOfAConnectorUntilReplaced) {
-    const auto connector = std::make_shared<TypeParam>();
-    const auto early = connector->newContext();
-    early->set("key", 1, ContextScope::Process);
-    early->set("session", 1, ContextScope::SharedSession);
-    EXPECT_TRUE(connector->newContext()->has("key"));
-    EXPECT_FALSE(connector->newContext()->has("session"));
-    const auto own = newContextImpl();
-    const auto previous = connector->setProcessContext(own);
-    EXPECT_TRUE(previous->has("key"));
-    EXPECT_FALSE(connector->newContext()->has("key"));
-    EXPECT_EQ(connector->setProcessContext(nullptr), own);
-    connector->newContext()->set("key", 2, ContextScope::Process);
-    EXPECT_EQ(any_cast<int>(connector->newContext()->get("key")), 2);
-    EXPECT_EQ(any_cast<int>(early->get("key")), 1);
-}
-
-TYPED_TEST(ProcessContext, IsOnlyMadeForAConnectorThatIsOwned) {
-    TypeParam connector;
-    EXPECT_THROW(connector.getPtr(), std::bad_weak_ptr);
-    EXPECT_THROW(connector.newContext(), std::bad_weak_ptr);
-    EXPECT_FALSE(connector.setProcessContext(newContextImpl())); // none was left behind, nor the lock held
-    EXPECT_TRUE(connector.newContext());
 }
 
 TEST(ProcessContexts, AreMadeOnceInARaceOfThreads) {

@@ -1,5 +1,7 @@
-// A process for each way in which a connector may live and die with the process itself. The first argument says which.
+// A process for each way in which a connector may live and end with the process itself. The first argument names the
+// way; a second one has everything logged.
 
+#include "support/Futures.h"
 #include "support/LogCapture.h"
 #include "support/Messages.h"
 
@@ -28,16 +30,22 @@ extern "C" int sched_yield() noexcept {
 
 namespace {
 
-void require(bool condition, const char* what) {
+using Body = std::function<void()>;
+
+void require(bool condition, const std::string& what) {
     if (!condition) {
         std::cerr << what << '\n';
         std::_Exit(3);
     }
 }
 
-template <class Condition>
-void waitUntil(const Condition& condition) {
-    while (!condition())
+void requireReply(Reply&& reply, const std::string& expected) {
+    const std::string got = outcome(std::move(reply));
+    require(got == expected, "'" + got + "' instead of '" + expected + "'");
+}
+
+void waitUntil(const std::atomic<bool>& condition) {
+    while (!condition)
         std::this_thread::yield();
 }
 
@@ -47,68 +55,56 @@ std::shared_ptr<ConnectorImpl2> newHost() {
     return host;
 }
 
-/// Routes one message that is answered and one that isn't, which is logged.
+/// A message that is answered, one that isn't, which is logged, and one whose promise is dropped.
 void use(Connector& host) {
-    require(outcome(send(host, "p/x")) == "hello@x", "a message was not answered");
-    require(outcome(send(host, "nobody")).find("not found") != std::string::npos, "a message was answered by nobody");
+    requireReply(send(host, "p/x"), "hello@x");
+    requireReply(send(host, "nobody"),
+                 "invalid_argument: Message not delivered: service 'nobody' not found, remainder of address: ");
+    Reply dropped = Promise<MessagePtr>().future();
+    requireReply(std::move(dropped), "runtime_error: Promise destroyed before it was resolved.");
 }
 
-/// The providers on the exchange that are not yet destroyed.
-int registered = 0;
-const struct Farewells {
-    ~Farewells() { require(registered == 0, "a provider was not destroyed once"); }
-} checkedAtTheEnd;
+int registered = 0; // providers on the exchange that are not yet destroyed
 
 void requireNoneOnExchange(const std::string& name) {
-    require(outcome(send(*std::make_shared<ConnectorImpl>(), name)) == "runtime_error: No service named: " + name,
-            "a dropped service answered");
+    requireReply(send(*std::make_shared<ConnectorImpl>(), name), "runtime_error: No service named: " + name);
 }
 
 /// Registers a provider on the exchange that sends through it when it is destroyed.
 void useExchange(const std::string& name) {
     ++registered;
-    const std::shared_ptr<void> held(nullptr, [name](void*) { --registered, requireNoneOnExchange(name); });
     const auto connector = std::make_shared<ConnectorImpl>();
+    const auto held = atEnd([name] { --registered, requireNoneOnExchange(name); });
     connector->addServiceProvider(name, provider([held](auto&&...) { return ready("yes"); }));
-    require(outcome(send(*connector, name)) == "yes", "the exchange did not answer");
+    requireReply(send(*connector, name), "yes");
 }
 
-/// Does `atExit` as it dies.
-struct LastUser {
-    std::function<void()> atExit = [] {};
-    ~LastUser() { atExit(); }
-};
-
-void setMask(std::uint32_t mask) {
-    fl::log::setEnabledSeverityMask(LogCapture::channel, mask);
-}
-
-/// Runs when all static objects are gone, those of the libraries too, as the threads do that the process ends with.
+/// Runs when all static objects are destroyed, those of the libraries too, as the threads do that the process ends with.
 void useAtTheVeryEnd(int, void*) {
-    setMask(fl::log::enabledSeverityMask(LogCapture::channel) | 8);
+    fl::log::setEnabledSeverityMask(LogCapture::channel, fl::log::enabledSeverityMask(LogCapture::channel) | 8);
     use(*newHost());
     requireNoneOnExchange("a");
+    require(registered == 0, "a provider was not destroyed once");
 }
 
 // Before the libraries are initialised, so that it is the last to be called.
 [[gnu::section(".preinit_array"), gnu::used]] void (*const first)() = [] { on_exit(useAtTheVeryEnd, nullptr); };
 
-LastUser diesLater; // made before the global below, so it dies after it
+struct LastUser {
+    Body atExit = [] {};
+    ~LastUser() { atExit(); }
+};
+LastUser later; // made before the global below, so destroyed after it
 const std::shared_ptr<ConnectorImpl2> global = newHost();
-LastUser diesEarlier;
-
-/// What main() returns.
-int status = 0;
+LastUser earlier;
 
 /// The first statement of the process comes to nothing because of `spoil`; what it leaves out must still outlive the
 /// statements of destructors that run after what the second one makes.
 template <class Spoil>
 void failFirstStatement(const Spoil& spoil) {
-    const std::uint32_t mask = fl::log::enabledSeverityMask(LogCapture::channel);
     const auto core = boost::log::core::get();
     spoil(*core);
     told([] { send(*global, "nobody"); });
-    setMask(mask);
     core->set_logging_enabled(true);
     core->reset_filter();
     std::atexit([] { use(*global); });
@@ -116,7 +112,7 @@ void failFirstStatement(const Spoil& spoil) {
 }
 
 /// A sink that calls `body` for each error, and stays.
-void setSink(const std::function<void()>& body) {
+void setSink(const Body& body) {
     static std::atomic<LogCapture*> sink{nullptr}; // the compiler keeps an atomic, so the sink isn't taken for a leak
     sink = new LogCapture(0x200, [body](auto&) { body(); });
 }
@@ -130,76 +126,60 @@ void requirePromptEnd() {
 /// Ends the process while another thread is in a log statement, which then takes a while, or `forEver`.
 void endWhileLogging(bool forEver) {
     static std::atomic<bool> writing{false}, ending{false}, written{false};
-    diesLater.atExit = [forEver] { require(forEver || written, "a statement under way was not waited for"); };
+    later.atExit = [forEver] { require(forEver || written, "a statement under way was not waited for"); };
     setSink([forEver] {
         writing = true;
-        waitUntil([] { return ending.load(); });
+        waitUntil(ending);
         for (volatile unsigned i = 0; forEver || i < 10'000'000;)
             i = i + 1;
         written = true;
     });
     std::thread([host = newHost()] { use(*host); }).detach();
-    waitUntil([] { return writing.load(); });
+    waitUntil(writing);
     std::atexit([] { ending = true; });
 }
 
-/// Starts four threads that never stop: they route, use the exchange, log, and wait for replies. Waits until each has
-/// done so `atLeast` times.
-void startThreads(int atLeast) {
-    static std::atomic<int> rounds[4];
-    const auto pending = std::make_shared<Promise<MessagePtr>>();
-    const auto host = newHost();
-    host->addServiceProvider("later",
-                             provider([pending](auto&&...) { return (*pending = Promise<MessagePtr>()).future(); }));
-    const std::function<void()> bodies[] = {
-        [host = newHost()] {
-            use(*host);
-            host->addServiceProvider("q", provider());
-            host->removeServiceProvider("q");
-        },
-        [host = std::make_shared<ConnectorImpl>()] {
-            host->addServiceProvider("passes", provider());
-            const std::string got = outcome(send(*host, "passes/x"));
-            require(got == "hello@x" || got == "runtime_error: No service named: passes",
-                    "the exchange did not answer");
-            host->removeServiceProvider("passes");
-        },
-        [logger = std::make_shared<fl::log::basic_diagnostic_logger<char>>(LogCapture::channel)] {
-            FL_LOG(*logger, 0x200) << "a piece";
-            const fl::log::basic_diagnostic_logger<char> passing(LogCapture::channel);
-            fl::log::setEnabledSeverityMask("other", fl::log::enabledSeverityMask(LogCapture::channel));
-        },
-        [host] {
-            Reply reply = send(*host, "later");
-            const Reply next = send(*host, "later"); // drops the promise of the other
-            require(outcome(std::move(reply)).find("destroyed") != std::string::npos, "a dropped reply came");
-        },
-    };
-    auto* next = std::begin(rounds);
-    for (const auto& body : bodies)
-        std::thread([body, &count = *next++] {
-            for (;; ++count)
-                body();
-        }).detach();
-    for (const auto& round : rounds)
-        waitUntil([&] { return round >= atLeast; });
+/// Starts a thread that never stops. Waits until it has run `body` once, if `awaited`.
+void repeat(bool awaited, const Body& body) {
+    const auto done = std::make_shared<std::atomic<bool>>(false);
+    std::thread([body, done] {
+        for (;; *done = true)
+            body();
+    }).detach();
+    if (awaited)
+        waitUntil(*done);
 }
 
-const std::map<std::string, std::function<void()>> orders = {
-    {"static",
-     [] {
-         static const std::shared_ptr<ConnectorImpl2> made = newHost();
-         use(*global), use(*made);
-     }},
-    {"from-an-earlier-destructor", [] { diesEarlier.atExit = [] { use(*global); }; }},
+void startThreads(bool awaited) {
+    repeat(awaited, [host = newHost()] {
+        use(*host);
+        host->addServiceProvider("q", provider());
+        host->removeServiceProvider("q");
+    });
+    repeat(awaited, [host = std::make_shared<ConnectorImpl>()] {
+        host->addServiceProvider("passes", provider());
+        const std::string got = outcome(send(*host, "passes")); // the end of the process may drop the service
+        require(got == "hello@" || got == "runtime_error: No service named: passes", got);
+        host->removeServiceProvider("passes");
+    });
+    repeat(awaited, [logger = std::make_shared<fl::log::basic_diagnostic_logger<char>>(LogCapture::channel)] {
+        FL_LOG(*logger, 0x200) << "a piece";
+        const fl::log::basic_diagnostic_logger<char> passing(LogCapture::channel);
+        fl::log::setEnabledSeverityMask("other", fl::log::enabledSeverityMask(LogCapture::channel));
+    });
+}
+
+int status = 0; // of main()
+
+const std::map<std::string, Body> ways = {
+    {"from-an-earlier-destructor", [] { earlier.atExit = [] { use(*global); }; }},
     {"from-a-later-destructor",
      [] {
          use(*global), requirePromptEnd();
-         diesLater.atExit = [host = global] { requirePromptEnd(), use(*host); };
+         later.atExit = [host = global] { requirePromptEnd(), use(*host); };
      }},
-    {"made-in-a-destructor", [] { diesLater.atExit = [] { use(*newHost()); }; }},
-    {"exchange-registered", [] { useExchange("a"), diesLater.atExit = [] { useExchange("a"), useExchange("b"); }; }},
-    {"first-masked-out", [] { failFirstStatement([](auto&) { setMask(0); }); }},
+    {"made-in-a-destructor", [] { later.atExit = [] { use(*newHost()); }; }},
+    {"exchange-registered", [] { useExchange("a"), later.atExit = [] { useExchange("a"), useExchange("b"); }; }},
     {"first-disabled", [] { failFirstStatement([](auto& core) { core.set_logging_enabled(false); }); }},
     {"first-refused", [] { failFirstStatement([](auto& core) { core.set_filter([](auto&) { return false; }); }); }},
     {"first-throws", [] { failFirstStatement([](auto& core) { core.set_filter([](auto&) -> bool { throw 7; }); }); }},
@@ -209,20 +189,20 @@ const std::map<std::string, std::function<void()>> orders = {
      [] {
          setSink([] {
              requirePromptEnd();
-             diesLater.atExit = [] { requirePromptEnd(), use(*newHost()); };
+             later.atExit = [] { requirePromptEnd(), use(*newHost()); };
              std::exit(0); // NOLINT(concurrency-mt-unsafe)
          });
          use(*newHost());
      }},
-    {"return-in-mid-operation", [] { startThreads(1), status = 7; }},
-    {"exit-in-mid-operation", [] { startThreads(0), std::exit(7); }},             // NOLINT(concurrency-mt-unsafe)
-    {"quick-exit-in-mid-operation", [] { startThreads(1), std::quick_exit(7); }}, // NOLINT(concurrency-mt-unsafe)
+    {"return-in-mid-operation", [] { startThreads(true), status = 7; }},
+    {"exit-in-mid-operation", [] { startThreads(false), std::exit(7); }},            // NOLINT(concurrency-mt-unsafe)
+    {"quick-exit-in-mid-operation", [] { startThreads(true), std::quick_exit(7); }}, // NOLINT(concurrency-mt-unsafe)
 };
 
 } // namespace
 
 int main(int argc, char** argv) {
-    setMask(argc > 2 ? 0x308 : 0);
-    orders.at(argv[1])();
+    fl::log::setEnabledSeverityMask(LogCapture::channel, argc > 2 ? 0x308 : 0);
+    ways.at(argv[1])();
     return status;
 }

@@ -1,7 +1,6 @@
 #include "support/Allocations.h"
 #include "support/Futures.h"
 #include "support/Messages.h"
-#include "support/Rounds.h"
 
 #include <connector/exchange/ConnectorImpl.h>
 #include <connector/exchange/internal/ErrorMessage.h>
@@ -20,7 +19,6 @@ namespace connector::test {
 
 namespace exchange = foundation::msg_svc::exchange;
 using ExchangeReply = boost::shared_ptr<const exchange::Reply>;
-using testing::AnyOf;
 using testing::ElementsAre;
 
 /// An exception that no library knows.
@@ -39,8 +37,6 @@ struct ForeignMessage : exchange::Message {
 };
 
 namespace {
-
-using State = detail::SharedFutureState<MessagePtr>;
 
 /// What becomes of a request that is destroyed without a reply.
 const std::string unanswered = "boost::exception_detail::clone_impl<boost::broken_promise>: The associated promise has "
@@ -112,19 +108,17 @@ protected:
 };
 
 template <class T>
-void checkSaying(const std::string& type) {
+std::string shown() {
     const T one, other;
     std::ostringstream text;
     text << std::left << std::setfill('.') << "x";
     one.toString(text, 3);
-    EXPECT_EQ(text.str(), "x   " + type);
-    EXPECT_TRUE(one.protectedEquals(one));
-    EXPECT_FALSE(one.protectedEquals(other));
+    return one.protectedEquals(one) && !one.protectedEquals(other) ? text.str() : "not equal to itself alone";
 }
 
 TEST_F(ExchangeTest, NamesWhatItCarries) {
-    checkSaying<ForeignMessage>("connector::test::ForeignMessage");
-    checkSaying<ForeignReply>("connector::test::(anonymous namespace)::ForeignReply");
+    EXPECT_EQ(shown<ForeignMessage>(), "x   connector::test::ForeignMessage");
+    EXPECT_EQ(shown<ForeignReply>(), "x   connector::test::(anonymous namespace)::ForeignReply");
     EXPECT_EQ(api->getExchangeName(), "default");
     EXPECT_EQ(exchange::DefaultExchange("mine").getExchangeName(), "mine");
     EXPECT_EQ(exchange::ExchangeApi::defaultInstance(), api);
@@ -200,18 +194,12 @@ TEST_F(ExchangeTest, OwnsAQueueUntilRemovalAndTakesItsRepliesAfterwards) {
 }
 
 TEST_F(ExchangeTest, AnswersEachMessageOnce) {
-    std::optional<AllocationFailure> outOfMemory;
     const auto served = [&](auto body) { return [&, body] { add("a", provider(body)); }; };
     const auto queued = [&](auto body) { return [&, body] { addQueue("a", boost::make_shared<TestQueue>(body)); }; };
     const auto sending = [&](const ExchangeReply& reply) {
         return queued([reply](auto& envelope) { sendReply(envelope, reply); });
     };
     const auto nobody = [] {};
-    const auto lose = [&](auto&&...) {
-        Reply lost = makeReadyFuture(counted("lost"));
-        outOfMemory.emplace(0, false);
-        return lost;
-    };
     const auto replyTwice = [](auto& envelope) {
         sendReply(envelope, reply("first"));
         EXPECT_NO_THROW(sendReply(envelope, reply("second")));
@@ -231,7 +219,6 @@ TEST_F(ExchangeTest, AnswersEachMessageOnce) {
         {"provider throws a number", [&] { add("a", thrower(7)); }, "threw not an exception"},
         {"future fails", served([](auto&&...) { return makeExceptionalFuture<MessagePtr>(Own("x")); }),
          "runtime_error: x"},
-        {"reply needs more memory", served(lose), "runtime_error: std::bad_alloc"},
         {"queue sends an unknown reply", sending(boost::make_shared<ForeignReply>()), "runtime_error: Unknown error!"},
         {"queue sends an empty reply", sending(nullptr), "runtime_error: Unknown error!"},
         {"queue replies twice and throws", queued(replyTwice), "runtime_error: first"},
@@ -247,7 +234,6 @@ TEST_F(ExchangeTest, AnswersEachMessageOnce) {
         expected.arrange();
         MessagePtr message = counted("hello");
         EXPECT_EQ(sent(expected.address, std::move(message)), expected.expected);
-        outOfMemory.reset();
         EXPECT_EQ(message != nullptr, expected.staysWithTheCaller); // NOLINT(bugprone-use-after-move)
         EXPECT_EQ(living(), expected.staysWithTheCaller ? 1 : 0);
         connector->removeServiceProvider("a");
@@ -260,34 +246,13 @@ TEST_F(ExchangeTest, GivesTheProviderTheCallersObjects) {
     const auto state = std::make_shared<State>();
     MessagePtr resolver = std::make_unique<TextMessage>(
         "", std::static_pointer_cast<int>(atEnd([state] { state->setValue(message("done")); })));
-    const Message* const original = resolver.get();
     const std::shared_ptr<Context> context = connector->newContext();
-    add("a", provider([&](MessagePtr&& message, Address&& address, std::shared_ptr<Context>&& passed) {
-            EXPECT_EQ(message.get(), original);
+    add("a", provider([&](auto&&, Address&& address, auto&& passed) {
             EXPECT_EQ(address.toString(), "b/c");
             EXPECT_EQ(passed, context);
             return Reply(state);
         }));
     EXPECT_EQ(test::outcome(context->handle(std::move(resolver), Address("a/b/c"))), "done");
-}
-
-TEST_F(ExchangeTest, LetsAProviderDoAnythingWhileItIsCalled) {
-    std::vector<std::string> events;
-    const auto lastAct = [&](const char* event) {
-        return atEnd([&, event] {
-            connector->removeServiceProvider("nobody"); // takes the lock
-            events.emplace_back(event);
-        });
-    };
-    add("first", provider([&, held = lastAct("first dies")](MessagePtr&& message, auto&&...) {
-            connector->removeServiceProvider("first");
-            events.push_back(sent("first"));
-            add("second", provider([held = lastAct("second dies")](auto&&...) { return ready("done"); }));
-            return connector->handle(std::move(message), Address("second"), nullptr);
-        }));
-    EXPECT_EQ(sent("first"), "done");
-    connector->removeServiceProvider("second");
-    EXPECT_THAT(events, ElementsAre("runtime_error: No service named: first", "first dies", "second dies"));
 }
 
 TEST_F(ExchangeTest, StartsAndStopsProvidersOnlyAsTheyAreAdded) {
@@ -330,26 +295,25 @@ TEST_F(ExchangeTest, RefusesForeignMessages) {
               "runtime_error: Listing service providers isn't supported by this implementation.");
 }
 
-// Whichever allocations fail, nothing has two owners or none, and the next try succeeds.
+// Whichever allocation fails, nothing has two owners or none, and the next try succeeds.
 TEST_F(ExchangeTest, LosesNothingWhenMemoryRunsOut) {
     const std::string& name = names.emplace_back("a service whose name doesn't fit a small string");
+    std::set<std::string> outcomes;
     const auto round = [&](const auto& attempt) {
         const auto done = provider([&](auto&&...) { return makeReadyFuture(counted("done")); });
-        const std::string added = attempt([&] { connector->addServiceProvider(name, done); });
-        EXPECT_THAT(added, AnyOf("done", "bad_alloc"));
-        EXPECT_EQ(done.use_count(), added == "done" ? 2 : 1);
-        if (added != "done")
+        const bool added = attempt([&] { connector->addServiceProvider(name, done); }) == "done";
+        EXPECT_EQ(done.use_count(), added ? 2 : 1);
+        if (!added)
             connector->addServiceProvider(name, done);
-        const auto addToOwn = [&] {
+        attempt([&] {
             exchange::DefaultExchange own("own");
             std::shared_ptr<void> held = atEnd([&own] { own.removeQueue("nobody"); }); // takes the lock
             own.addQueue(name, boost::make_shared<TestQueue>([held = std::move(held)](auto&) {}));
-        };
-        EXPECT_THAT(attempt(addToOwn), AnyOf("done", "bad_alloc"));
+        });
         MessagePtr message = counted("hello");
-        std::string got = "std::bad_alloc";
+        std::string got = "bad_alloc";
         attempt([&] { got = sent(name + "/rest", std::move(message)); });
-        EXPECT_THAT(got, AnyOf("done", testing::EndsWith("std::bad_alloc")));
+        outcomes.insert(got);
         message.reset();
         EXPECT_EQ(living(), 0);
         EXPECT_EQ(sent(name), "done");
@@ -357,28 +321,8 @@ TEST_F(ExchangeTest, LosesNothingWhenMemoryRunsOut) {
     };
     // Not all allocations at once: boost::promise needs memory to be destroyed without a value.
     withEachAllocationFailing(round, {false});
-}
-
-TEST_F(ExchangeTest, DeliversInARaceWithRegistration) {
-    const auto passing = [](int number) { return "passes " + std::to_string(number % 8); };
-    for (int i = 0; i < 8; ++i)
-        names.push_back(passing(i));
-    add("stays", provider());
-    const auto submitter = [&](int round) {
-        for (int i = 0; i < 50; ++i) {
-            const std::string text = std::to_string(round) + "." + std::to_string(i);
-            EXPECT_EQ(sent("stays/b", message(text)), text + "@b");
-            EXPECT_THAT(sent(passing(i), message(text)),
-                        AnyOf(text + "@", "runtime_error: No service named: " + passing(i)));
-        }
-    };
-    const auto registrar = [&](int) {
-        for (int i = 0; i < 50; ++i) {
-            told([&] { connector->addServiceProvider(passing(i), provider()); }); // refused if the name is taken
-            connector->removeServiceProvider(passing(i + 4));
-        }
-    };
-    race(rounds(30), {submitter, submitter, registrar, registrar});
+    EXPECT_THAT(outcomes, ElementsAre("bad_alloc", "done", "runtime_error: std::bad_alloc", // the provider's reply
+                                      "threw bad_alloc: std::bad_alloc"));
 }
 
 } // namespace

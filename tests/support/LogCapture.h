@@ -19,12 +19,14 @@ namespace connector::test {
 /// While it lives, the framework's records of `mask` come here and nowhere else.
 class LogCapture {
 public:
+    static constexpr const char* channel = "connector::framework";
+
     struct Record {
         std::uint32_t severity;
-        std::string channel;
         std::string text;
+        std::string channel = LogCapture::channel;
         bool operator==(const Record& other) const {
-            return severity == other.severity && channel == other.channel && text == other.text;
+            return severity == other.severity && text == other.text && channel == other.channel;
         }
     };
 
@@ -44,8 +46,6 @@ public:
 
     std::vector<Record> records;
 
-    static constexpr const char* channel = "connector::framework";
-
 private:
     const std::uint32_t before = fl::log::enabledSeverityMask(channel);
 
@@ -56,8 +56,8 @@ private:
 
         void consume(const boost::log::record_view& view) {
             const Record record{boost::log::extract_or_default<std::uint32_t>("Severity", view, 0u),
-                                boost::log::extract_or_default<std::string>("Channel", view, std::string()),
-                                boost::log::extract_or_default<std::string>("Message", view, std::string())};
+                                boost::log::extract_or_default<std::string>("Message", view, std::string()),
+                                boost::log::extract_or_default<std::string>("Channel", view, std::string())};
             if (onRecord)
                 onRecord(record);
             records.push_back(record);
@@ -72,7 +72,7 @@ private:
 };
 
 inline std::ostream& operator<<(std::ostream& stream, const LogCapture::Record& record) {
-    return stream << "{" << record.severity << ", " << record.channel << ", " << record.text << "}";
+    return stream << record.channel << " " << record.severity << ": " << record.text;
 }
 
 } // namespace connector::test

@@ -13,6 +13,7 @@ namespace connector::test {
 
 using MessagePtr = std::unique_ptr<Message>;
 using Reply = Future<MessagePtr>;
+using State = detail::SharedFutureState<MessagePtr>;
 
 /// A message with a text, which counts itself in `alive` if it is given one.
 class TextMessage : public Message {
@@ -80,6 +81,14 @@ std::shared_ptr<TestProvider> provider(Args&&... args) {
 /// Answers with the message itself.
 inline std::shared_ptr<TestProvider> echo() {
     return provider([](MessagePtr&& message, auto&&...) { return makeReadyFuture(std::move(message)); });
+}
+
+/// Keeps its message in `kept`, and replies nothing.
+inline std::shared_ptr<TestProvider> keeper(MessagePtr& kept) {
+    return provider([&kept](MessagePtr&& message, auto&&...) {
+        kept = std::move(message);
+        return makeReadyFuture(MessagePtr());
+    });
 }
 
 /// Throws `exception`, and keeps its message in `kept`, if it is given that.

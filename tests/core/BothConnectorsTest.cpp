@@ -1,0 +1,181 @@
+// What holds for both connectors.
+
+#include "Worker.h"
+#include "support/Futures.h"
+#include "support/LogCapture.h"
+#include "support/Messages.h"
+#include "support/Rounds.h"
+
+#include <connector/context/ContextImpl.h>
+#include <connector/core/ConnectorImpl2.h>
+#include <connector/exchange/ConnectorImpl.h>
+
+#include <gmock/gmock.h>
+
+namespace connector::test {
+namespace {
+
+using boost::any_cast;
+using testing::ElementsAre;
+
+template <class Kind>
+class BothConnectors : public testing::Test {
+protected:
+    static constexpr bool overTheExchange = std::is_same_v<Kind, ConnectorImpl>;
+
+    static std::string noService(const std::string& name) {
+        return overTheExchange ? "runtime_error: No service named: " + name
+                               : "invalid_argument: Message not delivered: service '" + name +
+                                     "' not found, remainder of address: ";
+    }
+    std::string sent(const std::string& address) {
+        return told([&] { return text(send(*connector, address).get()); });
+    }
+
+    const std::shared_ptr<Kind> connector = std::make_shared<Kind>();
+};
+using Kinds = testing::Types<ConnectorImpl2, ConnectorImpl>;
+struct KindNames {
+    template <class Kind>
+    static std::string GetName(int) {
+        return std::is_same_v<Kind, ConnectorImpl> ? "OverTheExchange" : "InProcess";
+    }
+};
+TYPED_TEST_SUITE(BothConnectors, Kinds, KindNames);
+
+TYPED_TEST(BothConnectors, ShareOneProcessContextUntilItIsReplaced) {
+    const auto& connector = this->connector;
+    const auto early = connector->newContext();
+    early->set("key", 1, ContextScope::Process);
+    early->set("session", 1, ContextScope::SharedSession);
+    EXPECT_TRUE(connector->newContext()->has("key"));
+    EXPECT_FALSE(connector->newContext()->has("session"));
+    const auto own = std::make_shared<ContextImpl>();
+    const auto previous = connector->setProcessContext(own);
+    EXPECT_TRUE(previous->has("key"));
+    EXPECT_FALSE(connector->newContext()->has("key"));
+    EXPECT_EQ(connector->setProcessContext(nullptr), own);
+    connector->newContext()->set("key", 2, ContextScope::Process);
+    EXPECT_EQ(any_cast<int>(connector->newContext()->get("key")), 2);
+    EXPECT_EQ(any_cast<int>(early->get("key")), 1);
+}
+
+TYPED_TEST(BothConnectors, MakeNoProcessContextUnlessTheyAreOwned) {
+    TypeParam connector;
+    EXPECT_THROW(connector.getPtr(), std::bad_weak_ptr);
+    EXPECT_THROW(connector.newContext(), std::bad_weak_ptr);
+    EXPECT_FALSE(connector.setProcessContext(std::make_shared<ContextImpl>())); // none was left, nor the lock held
+    EXPECT_TRUE(connector.newContext());
+}
+
+TYPED_TEST(BothConnectors, MayBeUsedByAProviderThatTheyCallOrDestroy) {
+    std::vector<std::string> events;
+    const auto lastAct = [&](const std::string& name) {
+        return atEnd([&, name] { events.push_back("the last of " + name + ": " + this->sent(name)); });
+    };
+    this->connector->addServiceProvider(
+        "outer", provider([&, held = lastAct("outer")](MessagePtr&& message, Address&& address, auto&& context) {
+            EXPECT_EQ(address.toString(), "inner/x");
+            EXPECT_FALSE(context);
+            this->connector->removeServiceProvider("outer"); // while it runs
+            events.push_back(this->sent("outer"));
+            this->connector->addServiceProvider(
+                "inner",
+                provider([held = lastAct("inner")](auto&&, auto&& rest, auto&&) { return ready(rest.toString()); }));
+            return this->connector->handle(std::move(message), std::move(address), this->connector->newContext());
+        }));
+    EXPECT_EQ(this->sent("outer/inner/x"), "x");
+    this->connector->removeServiceProvider("inner");
+    const std::string outer = this->noService("outer");
+    EXPECT_THAT(events,
+                ElementsAre(outer, "the last of outer: " + outer, "the last of inner: " + this->noService("inner")));
+}
+
+template <class Kind>
+class RequestRace : public BothConnectors<Kind> {};
+TYPED_TEST_SUITE(RequestRace, Kinds, KindNames);
+
+// Every way to answer and not to answer, while all services but the first come and go, and the connector stops and
+// starts: each request gives what its service gives, or fails because there is none, and no message is left.
+TYPED_TEST(RequestRace, EndsAsItsServiceEndsItOrFindsNone) {
+    struct Boom : std::exception {
+        const char* what() const noexcept override { return "boom"; }
+    };
+    const auto alive = std::make_shared<int>(0);
+    Worker<> worker;
+    const auto later = [&worker](MessagePtr&& message, auto&&...) {
+        const auto state = std::make_shared<State>();
+        worker.post(std::packaged_task<void()>(
+            [state, taken = std::move(message)]() mutable { state->setValue(std::move(taken)); }));
+        return Reply(state);
+    };
+    const auto giveBack = [](MessagePtr&& message, auto&&...) { return makeReadyFuture(std::move(message)); };
+    const auto takeAndThrow = [](MessagePtr&& message, auto&&...) -> Reply {
+        const MessagePtr taken = std::move(message);
+        throw 7;
+    };
+    const struct {
+        const char *name, *outcome;
+        TestProvider::Body body;
+    } services[] = {
+        {"stays", "hello", giveBack},
+        {"gives back", "hello", giveBack},
+        {"never takes its message", "kept", [](auto&&...) { return ready("kept"); }},
+        {"throws", "boom", [](auto&&...) -> Reply { throw Boom(); }},
+        {"takes and throws", "not an exception", takeAndThrow},
+        {"later", "hello", later},
+    };
+    std::atomic<int> delivered{0}, handled{0}, starts{0}, stops{0};
+    const auto add = [&](const auto& service) {
+        const auto made = provider([&](MessagePtr&& message, Address&& address, std::shared_ptr<Context>&& context) {
+            ++handled;
+            return service.body(std::move(message), std::move(address), std::move(context));
+        });
+        made->onStart = [&] { ++starts; };
+        made->onStop = [&] { ++stops; };
+        this->connector->addServiceProvider(service.name, made);
+    };
+    const auto route = [&](int) {
+        for (std::size_t i = 0; i < 42; ++i) {
+            const auto& service = services[i % std::size(services)];
+            const std::string got = told([&] {
+                return text(this->connector
+                                ->handle(std::make_unique<TextMessage>("hello", alive), Address(service.name), nullptr)
+                                .get());
+            });
+            if (service.name == services[0].name || got != this->noService(service.name)) {
+                EXPECT_THAT(got, testing::EndsWith(service.outcome)) << service.name;
+                ++delivered;
+            }
+        }
+    };
+    const auto change = [&](std::size_t first) {
+        return [&, first](int) {
+            for (std::size_t i = first; i < std::size(services); i += 2) {
+                add(services[i]);
+                this->connector->removeServiceProvider(services[i].name);
+            }
+        };
+    };
+    const auto toggle = [&](int) {
+        for (int i = 0; i < 10; ++i) {
+            told([&] { this->connector->listServiceProviders(); });
+            this->connector->stop();
+            this->connector->start();
+        }
+    };
+    const LogCapture silence(0);
+    add(services[0]);
+    race(rounds(30), {route, route, change(1), change(2), toggle, toggle});
+    EXPECT_EQ(delivered, handled);
+    this->connector->removeServiceProvider(services[0].name);
+    EXPECT_EQ(starts, this->overTheExchange ? starts : stops); // removal from the exchange stops no provider
+    const auto late = provider();
+    this->connector->addServiceProvider("late", late); // to a connector that was started last
+    EXPECT_TRUE(late->running);
+    this->connector->removeServiceProvider("late");
+    EXPECT_EQ(alive.use_count(), 1);
+}
+
+} // namespace
+} // namespace connector::test
