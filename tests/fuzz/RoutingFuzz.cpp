@@ -1,4 +1,4 @@
-// Names, addresses and registry operations from arbitrary bytes, beside a model of a few lines. A line of the input is
+// Names, addresses and registry operations from arbitrary bytes, compared with a model of a few lines. A line of the input is
 // an operation: "+NAME" registers, "-NAME" removes, any other line is an address that a message is sent to.
 
 #include "support/Messages.h"
@@ -85,15 +85,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (std::string line; std::getline(input, line);) {
         const std::string name = line.substr(line.empty() ? 0 : 1);
         if (line[0] == '+') {
-            bool added = true;
-            try {
-                connector->addServiceProvider(
-                    name, provider([name](MessagePtr&& message, Address&& rest, std::shared_ptr<Context>&&) {
-                        return ready((text(message) == "hello" ? name : "") + "@" + rest.toString());
-                    }));
-            } catch (const std::runtime_error&) {
-                added = false;
-            }
+            const auto named = provider([name](MessagePtr&& message, Address&& rest, std::shared_ptr<Context>&&) {
+                return ready((text(message) == "hello" ? name : "") + "@" + rest.toString());
+            });
+            const bool added = told([&] { connector->addServiceProvider(name, named); }) == "done";
             require(added == model.add(name), "registering " + name);
         } else if (line[0] == '-') {
             connector->removeServiceProvider(name);

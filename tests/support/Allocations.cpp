@@ -1,23 +1,18 @@
 #include "support/Allocations.h"
 
+#include <cstddef>
 #include <cstdlib>
 #include <new>
 
 namespace {
 
 thread_local std::size_t allocations = 0;
-thread_local bool failing = false;
-thread_local bool failingForEver = false;
-thread_local bool failed = false;
-thread_local std::size_t successesLeft = 0;
+thread_local bool failing = false, failingForEver = false, failed = false;
+thread_local std::ptrdiff_t successesLeft = 0;
 
 bool isToFail() {
-    if (!failing)
+    if (!failing || successesLeft-- > 0)
         return false;
-    if (successesLeft > 0) {
-        --successesLeft;
-        return false;
-    }
     failed = true;
     failing = failingForEver;
     return true;
@@ -51,7 +46,7 @@ std::size_t AllocationCount::operator()() const {
 
 AllocationFailure::AllocationFailure(std::size_t successes, bool forEver) {
     failed = false;
-    successesLeft = successes;
+    successesLeft = static_cast<std::ptrdiff_t>(successes);
     failingForEver = forEver;
     failing = true;
 }
