@@ -1,4 +1,4 @@
-// What holds for both connectors.
+// The promises that both connectors keep.
 
 #include "Worker.h"
 #include "support/Futures.h"
@@ -74,25 +74,25 @@ TYPED_TEST(BothConnectors, MakeNoProcessContextUnlessTheyAreOwned) {
 
 TYPED_TEST(BothConnectors, MayBeUsedByAProviderThatTheyCallOrDestroy) {
     std::vector<std::string> events;
-    const auto lastAct = [&](const std::string& name) {
-        return atEnd([&, name] { events.push_back("the last of " + name + ": " + this->sent(name)); });
+    const auto destroyed = [&](const std::string& name) {
+        return atEnd([&, name] { events.push_back(name + " destroyed: " + this->sent(name)); });
     };
     this->connector->addServiceProvider(
-        "outer", provider([&, held = lastAct("outer")](MessagePtr&& message, Address&& address, auto&& context) {
+        "outer", provider([&, held = destroyed("outer")](MessagePtr&& message, Address&& address, auto&& context) {
             EXPECT_EQ(address.toString(), "inner/x");
             EXPECT_FALSE(context);
             this->connector->removeServiceProvider("outer"); // while it runs
             events.push_back(this->sent("outer"));
             this->connector->addServiceProvider(
                 "inner",
-                provider([held = lastAct("inner")](auto&&, auto&& rest, auto&&) { return ready(rest.toString()); }));
+                provider([held = destroyed("inner")](auto&&, auto&& rest, auto&&) { return ready(rest.toString()); }));
             return this->connector->handle(std::move(message), std::move(address), this->connector->newContext());
         }));
     EXPECT_EQ(this->sent("outer/inner/x"), "x");
     this->connector->removeServiceProvider("inner");
     const std::string outer = this->noService("outer");
     EXPECT_THAT(events,
-                ElementsAre(outer, "the last of outer: " + outer, "the last of inner: " + this->noService("inner")));
+                ElementsAre(outer, "outer destroyed: " + outer, "inner destroyed: " + this->noService("inner")));
 }
 
 template <class Kind>
@@ -100,7 +100,7 @@ class RequestRace : public BothConnectors<Kind> {};
 TYPED_TEST_SUITE(RequestRace, Kinds, KindNames);
 
 // Every way to answer and not to answer, while all services but the first come and go, and the connector stops and
-// starts: each request gives what its service gives, or fails because there is none, and no message is left.
+// starts: each request ends as its service ends it, or fails because there is none, and no message is left.
 TYPED_TEST(RequestRace, EndsAsItsServiceEndsItOrFindsNone) {
     Worker<> worker;
     const struct {

@@ -25,7 +25,7 @@ const std::string longText = "a text that fits no small string either";
 const std::string noSuchService = "Message not delivered: service 'nobody' not found, remainder of address: ";
 const std::string refused = "system_error: Resource deadlock avoided";
 
-/// What the operations work on, with hooks in all host code that the connector calls under its lock. The hook that is
+/// The objects that the operations work on, with hooks in all host code that the connector calls under its lock. The hook that is
 /// armed runs once.
 struct Host {
     explicit Host(std::uint32_t mask = 0x308)
@@ -128,8 +128,8 @@ const std::string untouched = "echo hooked keep throw mine";
 const struct Operation {
     const char* name;
     std::function<void(Host&)> run;
-    std::string underTheLock = "done"; // what it gives to a callback
-    std::string left = {};             // if it logs: what is left when the sink throws
+    std::string underTheLock = "done"; // its result in a callback
+    std::string left = {};             // if it logs: the names and the message left when the sink throws
 } operations[] = {
     {"construct", [](Host&) { ConnectorImpl2{longName}; }},
     {"add", [](Host& host) { host.connector->addServiceProvider(longName, host.added); }, refused, untouched},
@@ -180,7 +180,7 @@ TEST(Fault, OfMemoryLosesNothing) {
             });
 }
 
-// A sink that throws ends the operation that logs, at the line that it logs; what was done by then stays done.
+// A sink that throws ends the operation that logs, at the line that it logs; the changes made before that line stay.
 TEST(Fault, OfASinkEndsTheOperationThatLogsAndNothingElse) {
     for (const Operation& operation : operations) {
         SCOPED_TRACE(operation.name);
@@ -234,15 +234,15 @@ TEST(Callbacks, NeverHangTheirOwnConnector) {
             }
 }
 
-// The destructors of what a connector drops may call it to the end: a provider's under the lock, the context's without.
+// Destructors may call the connector that destroys them: a provider's under the lock, the context's without it.
 TEST(Callbacks, FromAConnectorsDestructionFindNoProviders) {
     LogCapture silence(0);
     std::vector<std::string> found;
     auto connector = std::make_shared<ConnectorImpl2>("mine");
-    const auto look = [&found, raw = connector.get()](auto* dying) {
+    const auto look = [&found, raw = connector.get()](auto* destroyed) {
         found.push_back(outcome(send(*raw, "nobody")) + std::to_string(raw->listServiceProviders().size()) +
                         raw->getName() + told([raw] { raw->newContext(); }));
-        delete dying; // NOLINT(cppcoreguidelines-owning-memory)
+        delete destroyed; // NOLINT(cppcoreguidelines-owning-memory)
     };
     connector->addServiceProvider("nobody", std::shared_ptr<TestProvider>(new TestProvider, look));
     connector->setProcessContext(std::shared_ptr<ContextImpl>(new ContextImpl(connector), look));

@@ -134,8 +134,8 @@ TEST_F(ExchangeTest, DropsItsQueuesAsItIsDestroyed) {
     std::vector<std::string> events;
     auto own = boost::make_shared<exchange::DefaultExchange>("own");
     exchange::DefaultExchange* const raw = own.get();
-    const auto add = [&](const std::string& name, const std::function<void()>& lastAct) {
-        const auto queue = boost::make_shared<TestQueue>([held = atEnd(lastAct)](auto&) {}, own);
+    const auto add = [&](const std::string& name, const std::function<void()>& onDestruction) {
+        const auto queue = boost::make_shared<TestQueue>([held = atEnd(onDestruction)](auto&) {}, own);
         EXPECT_EQ(queue->exchange(), own);
         queue->onRemoval = [&events, raw, name] {
             raw->removeQueue("nobody"); // takes the lock
@@ -145,10 +145,10 @@ TEST_F(ExchangeTest, DropsItsQueuesAsItIsDestroyed) {
     };
     add("first", [&] {
         events.push_back(outcome(raw->submitWithReply(nullptr, exchange::Address("own", "first"))));
-        add("second", [&] { events.emplace_back("second dies"); });
+        add("second", [&] { events.emplace_back("second destroyed"); });
     });
     own.reset();
-    EXPECT_THAT(events, ElementsAre("first removed", unanswered, "second removed", "second dies"));
+    EXPECT_THAT(events, ElementsAre("first removed", unanswered, "second removed", "second destroyed"));
 }
 
 TEST_F(ExchangeTest, AnswersForTheQueueThatIsNotThere) {

@@ -83,7 +83,7 @@ inline std::shared_ptr<TestProvider> echo() {
     return provider([](MessagePtr&& message, auto&&...) { return makeReadyFuture(std::move(message)); });
 }
 
-/// Keeps its message in `kept`, and replies nothing.
+/// Keeps its message in `kept`, and gives an empty reply.
 inline std::shared_ptr<TestProvider> keeper(MessagePtr& kept) {
     return provider([&kept](MessagePtr&& message, auto&&...) {
         kept = std::move(message);
