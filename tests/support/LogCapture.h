@@ -33,7 +33,11 @@ public:
     /// `onRecord` runs on the logging thread for every record, before it is kept.
     explicit LogCapture(std::uint32_t mask, std::function<void(const Record&)> onRecord = {})
         : sink(boost::make_shared<boost::log::sinks::synchronous_sink<Backend>>(
-              boost::make_shared<Backend>(records, std::move(onRecord)))) {
+              boost::make_shared<Backend>([this, onRecord = std::move(onRecord)](const Record& record) {
+                  if (onRecord)
+                      onRecord(record);
+                  records.push_back(record);
+              }))) {
         boost::log::core::get()->add_sink(sink);
         fl::log::setEnabledSeverityMask(channel, mask);
     }
@@ -49,23 +53,14 @@ public:
 private:
     const std::uint32_t before = fl::log::enabledSeverityMask(channel);
 
-    class Backend : public boost::log::sinks::basic_sink_backend<boost::log::sinks::synchronized_feeding> {
-    public:
-        Backend(std::vector<Record>& records, std::function<void(const Record&)> onRecord)
-            : records(records), onRecord(std::move(onRecord)) {}
-
+    struct Backend : boost::log::sinks::basic_sink_backend<boost::log::sinks::synchronized_feeding> {
+        explicit Backend(std::function<void(const Record&)> take) : take(std::move(take)) {}
         void consume(const boost::log::record_view& view) {
-            const Record record{boost::log::extract_or_default<std::uint32_t>("Severity", view, 0u),
-                                boost::log::extract_or_default<std::string>("Message", view, std::string()),
-                                boost::log::extract_or_default<std::string>("Channel", view, std::string())};
-            if (onRecord)
-                onRecord(record);
-            records.push_back(record);
+            take({boost::log::extract_or_default<std::uint32_t>("Severity", view, 0u),
+                  boost::log::extract_or_default<std::string>("Message", view, std::string()),
+                  boost::log::extract_or_default<std::string>("Channel", view, std::string())});
         }
-
-    private:
-        std::vector<Record>& records;
-        const std::function<void(const Record&)> onRecord;
+        const std::function<void(const Record&)> take;
     };
 
     const boost::shared_ptr<boost::log::sinks::synchronous_sink<Backend>> sink;
