@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <stdexcept>
 #include <thread>
 #include <type_traits>
@@ -12,47 +13,51 @@ namespace connector::test {
 namespace {
 
 using detail::FutureStatus;
-using Value = std::unique_ptr<int>;
-using State = detail::SharedFutureState<Value>;
+using State = detail::SharedFutureState<MessagePtr>;
 
 static_assert(std::is_nothrow_move_constructible_v<Reply> && std::is_nothrow_move_assignable_v<Reply>);
 static_assert(!std::is_copy_constructible_v<Reply> && !std::is_default_constructible_v<Reply>);
 static_assert(std::is_same_v<decltype(std::declval<Reply&>().get()), MessagePtr>);
-static_assert(std::is_convertible_v<std::shared_ptr<State>, Future<Value>>);
+static_assert(std::is_convertible_v<std::shared_ptr<State>, Reply>);
 
-constexpr const char* alreadyReturned = "Future already returned it's value or has an associated continuation.";
+constexpr const char* alreadyReturned =
+    "runtime_error: Future already returned it's value or has an associated continuation.";
 
-Value value(int number) {
-    return std::make_unique<int>(number);
+std::string taken(Reply& future) {
+    return outcome(std::move(future)); // which only asks it
 }
 
-/// What get() gives: the number as text, or the text of what it throws.
-std::string taken(Future<Value>& future) {
-    try {
-        const Value got = future.get();
-        return got ? std::to_string(*got) : "(empty)";
-    } catch (const std::runtime_error& error) {
-        return error.what();
-    }
-}
-
-/// Says which thread ran it and what its future gave.
-class Probe : public detail::FutureContinuation<Value> {
+/// Locks its state's mutex when it is destroyed: that must not happen under the same mutex.
+class Continuation : public detail::FutureContinuation<MessagePtr> {
 public:
-    explicit Probe(std::function<void(Future<Value>&)> body) : body(std::move(body)) {}
-    void invoke(Future<Value>&& future) override { body(future); }
+    Continuation(std::function<void(Reply&&)> body, std::weak_ptr<State> state)
+        : body(std::move(body)), state(std::move(state)) {}
+    ~Continuation() override {
+        if (const auto alive = state.lock())
+            const std::lock_guard<std::mutex> lock(alive->mutex);
+    }
+    void invoke(Reply&& future) override { body(std::move(future)); }
 
 private:
-    const std::function<void(Future<Value>&)> body;
+    const std::function<void(Reply&&)> body;
+    const std::weak_ptr<State> state;
 };
 
-void attach(State& state, std::function<void(Future<Value>&)> body) {
-    const std::lock_guard<std::mutex> lock(state.mutex);
-    state.continuation = std::make_unique<Probe>(std::move(body));
+void attach(const std::shared_ptr<State>& state, std::function<void(Reply&&)> body) {
+    auto continuation = std::make_unique<Continuation>(std::move(body), state);
+    std::unique_lock<std::mutex> lock(state->mutex);
+    if (state->status == FutureStatus::Pending) {
+        state->continuation = std::move(continuation);
+        return;
+    }
+    lock.unlock();
+    continuation->invoke(Reply(state));
 }
 
 void cancel(State& state) {
     std::unique_lock<std::mutex> lock(state.mutex);
+    if (state.status != FutureStatus::Pending)
+        return;
     state.status = FutureStatus::Cancelled;
     state.notifyResolved(lock);
 }
@@ -64,34 +69,25 @@ TEST(Future, InEachStatusDoesWhatItsTableSays) {
         const char* producerGets;
         const char* consumerGets;
     } cases[] = {
-        {"pending", [](State&) {}, "accepted", "2"},
-        {"value", [](State& state) { state.setValue(value(1)); }, "Promise already resolved.", "1"},
-        {"exception", [](State& state) { state.setException(std::make_exception_ptr(std::runtime_error("boom"))); },
-         "Promise already resolved.", "boom"},
-        {"cancelled", [](State& state) { cancel(state); }, "ignored", "Future has been cancelled."},
+        {"pending", [](State&) {}, "done", "offered"},
+        {"value", [](State& state) { state.setValue(message("x")); }, "runtime_error: Promise already resolved.", "x"},
+        {"exception", [](State& state) { state.setException(std::make_exception_ptr(std::logic_error("boom"))); },
+         "runtime_error: Promise already resolved.", "logic_error: boom"},
+        {"cancelled", [](State& state) { cancel(state); }, "done", "runtime_error: Future has been cancelled."},
         {"outside the four", [](State& state) { state.status = static_cast<FutureStatus>(4); },
-         "Promise already resolved.", "Invalid Future state reached."},
+         "runtime_error: Promise already resolved.", "runtime_error: Invalid Future state reached."},
     };
     for (const auto& expected : cases) {
         SCOPED_TRACE(expected.name);
         const auto state = std::make_shared<State>();
-        Future<Value> future(state);
+        Reply future(state);
         expected.prepare(*state);
-
-        Value offered = value(2);
-        std::string producerGot;
-        try {
-            state->setValue(std::move(offered));
-            producerGot = offered ? "ignored" : "accepted"; // NOLINT(bugprone-use-after-move)
-        } catch (const std::runtime_error& error) {
-            producerGot = error.what();
-            EXPECT_TRUE(offered);
-        }
-        EXPECT_EQ(producerGot, expected.producerGets);
-        if (producerGot == "ignored")
-            state->setException(std::make_exception_ptr(std::logic_error("ignored as well")));
-        else
-            EXPECT_THROW(state->setException(nullptr), std::runtime_error);
+        MessagePtr offered = message("offered");
+        const bool taker = state->status == FutureStatus::Pending;
+        EXPECT_EQ(told([&] { state->setValue(std::move(offered)); }), expected.producerGets);
+        EXPECT_EQ(offered == nullptr, taker); // NOLINT(bugprone-use-after-move): it is still ours
+        EXPECT_EQ(told([&] { state->setException(nullptr); }),
+                  taker ? "runtime_error: Promise already resolved." : expected.producerGets);
         EXPECT_EQ(taken(future), expected.consumerGets);
         EXPECT_EQ(taken(future), alreadyReturned);
         EXPECT_TRUE(future.valid());
@@ -99,132 +95,147 @@ TEST(Future, InEachStatusDoesWhatItsTableSays) {
 }
 
 TEST(Future, WithoutAStateIsInvalid) {
-    Future<Value> none(nullptr);
+    Reply none(nullptr);
     EXPECT_FALSE(none.valid());
-    EXPECT_EQ(taken(none), "Future state isn't valid!");
+    EXPECT_EQ(taken(none), "runtime_error: Future state isn't valid!");
 
-    Future<Value> future = makeReadyFuture(value(1));
-    Future<Value> moved(std::move(future));
+    Reply future = ready("x");
+    Reply moved(std::move(future));
     EXPECT_FALSE(future.valid()); // NOLINT(bugprone-use-after-move): what is promised of it
     none = std::move(moved);
     EXPECT_FALSE(moved.valid()); // NOLINT(bugprone-use-after-move)
-    Future<Value>& self = none;
+    Reply& self = none;
     none = std::move(self);
-    EXPECT_EQ(taken(none), "1");
+    EXPECT_EQ(taken(none), "x");
 }
 
+// A pointer to an exception stands for that exception, one level deep; a null one only for itself.
 TEST(Future, FailsWithWhatItWasGiven) {
-    Future<Value> typed = makeExceptionalFuture<Value>(std::invalid_argument("Address can't be empty."));
-    EXPECT_THROW(typed.get(), std::invalid_argument);
-
-    Future<Value> current(nullptr);
+    const auto inner = std::make_exception_ptr(std::invalid_argument("inner"));
+    EXPECT_EQ(outcome(makeExceptionalFuture<MessagePtr>(std::invalid_argument("x"))), "invalid_argument: x");
+    EXPECT_EQ(outcome(makeExceptionalFuture<MessagePtr>(inner)), "invalid_argument: inner");
+    const auto throwsPointer = [](Reply&& future) { EXPECT_THROW(future.get(), std::exception_ptr); };
+    throwsPointer(makeExceptionalFuture<MessagePtr>(std::make_exception_ptr(inner)));
+    throwsPointer(makeExceptionalFuture<MessagePtr>(std::exception_ptr()));
+    throwsPointer(makeExceptionalFuture<MessagePtr>());
     try {
         throw 7;
     } catch (...) {
-        current = makeExceptionalFuture<Value>();
+        EXPECT_THROW(makeExceptionalFuture<MessagePtr>().get(), int);
     }
-    EXPECT_THROW(current.get(), int);
-
-    // A pointer to an exception stands for that exception, one level deep; a null one only for itself.
-    const auto inner = std::make_exception_ptr(std::runtime_error("inner"));
-    Future<Value> nested = makeExceptionalFuture<Value>(inner);
-    EXPECT_EQ(taken(nested), "inner");
-    Future<Value> twice = makeExceptionalFuture<Value>(std::make_exception_ptr(inner));
-    EXPECT_THROW(twice.get(), std::exception_ptr);
-    Future<Value> null = makeExceptionalFuture<Value>(std::exception_ptr());
-    EXPECT_THROW(null.get(), std::exception_ptr);
-    Future<Value> noneCurrent = makeExceptionalFuture<Value>();
-    EXPECT_THROW(noneCurrent.get(), std::exception_ptr);
 }
 
 TEST(Future, RunsItsContinuationOnceOnTheResolvingThread) {
     const auto state = std::make_shared<State>();
-    Future<Value> outside(state);
+    Reply outside(state);
     std::vector<std::string> seen;
     std::thread::id ranOn;
     std::thread::id resolvedOn;
-    attach(*state, [&](Future<Value>& future) {
+    attach(state, [&](Reply&& future) {
         ranOn = std::this_thread::get_id();
-        seen.push_back(taken(future));
-        seen.push_back(taken(outside));
-        const std::unique_lock<std::mutex> lock(state->mutex, std::try_to_lock);
-        EXPECT_TRUE(lock.owns_lock());
+        seen = {taken(future), taken(outside)};
+        EXPECT_TRUE(std::unique_lock(state->mutex, std::try_to_lock)) << "a lock is held";
+        throw std::logic_error("continuation");
     });
     EXPECT_EQ(taken(outside), alreadyReturned);
     std::thread([&] {
         resolvedOn = std::this_thread::get_id();
-        state->setValue(value(3));
+        EXPECT_EQ(told([&] { state->setValue(message("x")); }), "logic_error: continuation");
     }).join();
     EXPECT_EQ(ranOn, resolvedOn);
-    EXPECT_THAT(seen, testing::ElementsAre("3", alreadyReturned));
-}
-
-TEST(Future, ThrowsWhatItsContinuationThrowsOutOfTheResolution) {
-    const auto state = std::make_shared<State>();
-    attach(*state, [](Future<Value>&) { throw std::logic_error("continuation"); });
-    EXPECT_THROW(state->setValue(value(1)), std::logic_error);
+    EXPECT_THAT(seen, testing::ElementsAre("x", alreadyReturned));
     EXPECT_FALSE(state->continuation);
-    Future<Value> future(state);
-    EXPECT_EQ(taken(future), "1");
 }
 
 TEST(Future, DropsContinuationsAndValuesThatNobodyTook) {
     const auto alive = std::make_shared<int>(0);
     for (const bool cancelled : {false, true}) {
         const auto state = std::make_shared<State>();
-        attach(*state, [alive](Future<Value>&) { ADD_FAILURE() << "nothing was resolved"; });
+        attach(state, [alive](Reply&&) { ADD_FAILURE() << "nothing was resolved"; });
         if (cancelled)
             cancel(*state);
         EXPECT_EQ(alive.use_count(), 2);
     }
-    EXPECT_EQ(alive.use_count(), 1);
-    {
-        const Reply untaken = makeReadyFuture<MessagePtr>(std::make_unique<TextMessage>("x", alive));
-        EXPECT_EQ(alive.use_count(), 2);
-    }
+    static_cast<void>(makeReadyFuture<MessagePtr>(std::make_unique<TextMessage>("x", alive)));
     EXPECT_EQ(alive.use_count(), 1);
 }
 
-TEST(Future, CostsTwoAllocationsAndNoneToTake) {
-    Value one = value(1);
-    const AllocationCount allocations;
-    Future<Value> future = makeReadyFuture(std::move(one));
-    EXPECT_EQ(allocations(), 2u);
-    EXPECT_TRUE(future.get());
-    EXPECT_EQ(allocations(), 2u);
-}
-
-TEST(Future, LosesNothingWhenMemoryRunsOut) {
+TEST(Future, CostsTwoAllocationsAndLosesNothingWithoutThem) {
+    MessagePtr offered = message("x");
     for (const std::size_t successes : {0u, 1u}) {
-        Value offered = value(1);
         const AllocationFailure failure(successes, false);
         EXPECT_THROW(static_cast<void>(makeReadyFuture(std::move(offered))), std::bad_alloc);
-        EXPECT_TRUE(offered); // NOLINT(bugprone-use-after-move)
+        EXPECT_TRUE(offered); // NOLINT(bugprone-use-after-move): it is still ours
     }
     const auto state = std::make_shared<State>();
-    Value offered = value(1);
-    {
+    for (const bool value : {true, false}) {
+        const auto boom = std::make_exception_ptr(7);
         const AllocationFailure failure(0, false);
-        EXPECT_THROW(state->setValue(std::move(offered)), std::bad_alloc);
+        EXPECT_THROW(value ? state->setValue(std::move(offered)) : state->setException(boom), std::bad_alloc);
     }
     state->setValue(std::move(offered)); // NOLINT(bugprone-use-after-move)
-    Future<Value> future(state);
-    EXPECT_EQ(taken(future), "1");
+    offered = Reply(state).get();
+    const AllocationCount allocations;
+    EXPECT_TRUE(makeReadyFuture(std::move(offered)).get());
+    EXPECT_EQ(allocations(), 2u);
 }
 
-// The consumer lets go of everything as soon as it has the value, while the resolving call is still under way.
-TEST(Future, SurvivesTheRaceWithAConsumerThatLeavesAtOnce) {
+// A producer, a canceller and a consumer meet on one state. Each has a reference of its own and releases it when it is
+// done, the consumer also while the resolving call is running. There is one outcome, the message is destroyed once, and
+// the continuation runs once unless the state was cancelled before.
+TEST(FutureRace, OfResolvingCancellingAndConsuming) {
+    const auto alive = std::make_shared<int>(0);
     std::shared_ptr<State> produced;
+    std::shared_ptr<State> cancelled;
     std::shared_ptr<State> consumed;
-    int sum = 0;
-    race(rounds(300),
-         {[&](int round) {
+    std::weak_ptr<State> last;
+    std::atomic<int> answered{0};
+    std::atomic<int> refused{0};
+    std::atomic<int> wasCancelled{0};
+    const int count = rounds(600);
+    const auto consume = [&](Reply&& reply) { ++(outcome(std::move(reply)) == "x" ? answered : wasCancelled); };
+    race(count,
+         {[&](int) {
               const std::shared_ptr<State> state = std::move(produced);
-              state->setValue(value(round));
+              MessagePtr answer = std::make_unique<TextMessage>("x", alive);
+              state->setValue(std::move(answer));
+              if (answer) // NOLINT(bugprone-use-after-move): it stays here when the state was cancelled
+                  ++refused;
           },
-          [&](int) { sum += *Future<Value>(std::move(consumed)).get(); }},
-         [&](int) { consumed = produced = std::make_shared<State>(); });
-    EXPECT_EQ(sum, rounds(300) * (rounds(300) - 1) / 2);
+          [&](int round) {
+              const std::shared_ptr<State> state = std::move(cancelled);
+              if (round % 2 == 0)
+                  cancel(*state);
+          },
+          [&](int round) {
+              if (round % 4 < 2)
+                  consume(Reply(std::move(consumed)));
+              else
+                  attach(std::exchange(consumed, nullptr), consume);
+          }},
+         [&](int) {
+             EXPECT_TRUE(last.expired());
+             last = produced = cancelled = consumed = std::make_shared<State>();
+         });
+    EXPECT_EQ(answered + refused, count);
+    EXPECT_LE(wasCancelled, refused);
+    EXPECT_TRUE(last.expired());
+    EXPECT_EQ(alive.use_count(), 1);
+}
+
+TEST(FutureRace, OfGettingTwice) {
+    std::shared_ptr<State> state;
+    std::atomic<int> answered{1};
+    const auto take = [&](int) {
+        const std::string got = outcome(Reply(state));
+        EXPECT_TRUE(got == "x" || got == alreadyReturned) << got;
+        answered += got == "x";
+    };
+    race(rounds(300), {take, take, [&](int) { state->setValue(message("x")); }}, [&](int) {
+        EXPECT_EQ(answered, 1);
+        answered = 0;
+        state = std::make_shared<State>();
+    });
 }
 
 } // namespace

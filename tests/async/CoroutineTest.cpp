@@ -1,20 +1,31 @@
+#include "async/Mechanism.h"
 #include "support/Allocations.h"
-#include "support/Futures.h"
-#include "support/Rounds.h"
 
 #include <connector/async/Coroutine.h>
-#include <connector/async/Then.h>
-
-#include <gmock/gmock.h>
-
-#include <optional>
-#include <thread>
 
 namespace connector::test {
 namespace {
 
-Future<int> pass(Future<int> future) {
-    co_return co_await std::move(future);
+/// An awaitable of another kind, which either suspends only to find that it needn't, or keeps what waits.
+struct Gate {
+    std::coroutine_handle<>* waiting = nullptr;
+    bool await_ready() const noexcept { return false; }
+    bool await_suspend(std::coroutine_handle<> coroutine) const noexcept {
+        if (waiting)
+            *waiting = coroutine;
+        return waiting != nullptr;
+    }
+    void await_resume() const noexcept {}
+};
+
+Future<int> awaitBoth(Future<int> source, Future<int> other, Captured captured) {
+    const auto runs = atEnd(captured.runs);
+    try {
+        co_await other;
+    } catch (const std::exception&) {
+    }
+    co_await Gate();
+    co_return co_await std::move(source);
 }
 
 /// A coroutine of another type, which knows nothing of futures.
@@ -36,69 +47,23 @@ Detached await(Future<int> future, std::string& got) {
     }
 }
 
-TEST(Coroutine, GivesOrThrowsWhatTheFutureDoes) {
+TEST(Coroutine, OfAnotherTypeMayAwaitFutures) {
     for (const End& expected : ends)
         for (const bool endsFirst : {true, false}) {
             SCOPED_TRACE(expected.name);
-            std::string ofDetached;
-            std::optional<Future<int>> result;
-            for (const bool detached : {true, false}) {
-                auto state = std::make_shared<IntState>();
-                Future<int> future(state);
-                if (endsFirst)
-                    expected.end(state);
-                if (detached)
-                    await(std::move(future), ofDetached);
-                else
-                    result = pass(std::move(future));
-                if (!endsFirst)
-                    expected.end(state);
-            }
-            const std::string_view text = &expected == &ends[3] ? invalidText : expected.text;
-            EXPECT_EQ(taken(*result), text);
-            EXPECT_EQ(ofDetached, text);
+            auto state = std::make_shared<IntState>();
+            Future<int> future(state);
+            std::string got;
+            if (endsFirst)
+                expected.end(state);
+            await(std::move(future), got);
+            if (!endsFirst)
+                expected.end(state);
+            EXPECT_EQ(got, &expected == &ends[3] ? invalidText : expected.text);
         }
-    const auto refused = std::make_shared<IntState>();
-    then(Future<int>(refused), get);
-    EXPECT_EQ(taken(pass(Future<int>(refused))), alreadyReturned);
-    EXPECT_EQ(taken(pass(Future<int>(nullptr))), invalidText);
 }
 
-Future<std::thread::id> resumedOn(Future<int> future, std::shared_ptr<void>, std::function<void()> dies) {
-    const auto local = atEnd(std::move(dies));
-    co_await future;
-    co_return std::this_thread::get_id();
-}
-
-// The consumer relies on more than the value: what the coroutine held is gone, too.
-TEST(Coroutine, RacesWithTheResolution) {
-    Promise<int> promise;
-    Future<int> future(nullptr);
-    std::thread::id resolving;
-    race(rounds(500),
-         {[&](int) {
-              resolving = std::this_thread::get_id();
-              promise.setValue(1);
-          },
-          [&](int) {
-              int alive = 2;
-              const auto dies = [&] { --alive; };
-              const std::thread::id resumed = resumedOn(std::move(future), atEnd(dies), dies).get();
-              EXPECT_EQ(alive, 0);
-              EXPECT_TRUE(resumed == resolving || resumed == std::this_thread::get_id());
-          }},
-         [&](int) { future = (promise = Promise<int>()).future(); });
-}
-
-/// An awaitable of another kind.
-struct Gate {
-    std::coroutine_handle<> waiting;
-    bool await_ready() const noexcept { return false; }
-    void await_suspend(std::coroutine_handle<> coroutine) noexcept { waiting = coroutine; }
-    void await_resume() const noexcept {}
-};
-
-Future<int> throughGate(const Promise<int>& promise, Gate& gate) {
+Future<int> throughGate(const Promise<int>& promise, Gate gate) {
     const int value = co_await promise.future();
     co_await gate;
     co_return value;
@@ -107,82 +72,12 @@ Future<int> throughGate(const Promise<int>& promise, Gate& gate) {
 // Resumed by the gate, it is no longer run by the call that resolved what it awaited first.
 TEST(Coroutine, MayAwaitOtherThings) {
     Promise<int> promise;
-    Gate gate;
-    Future<int> result = then(throughGate(promise, gate), get);
+    std::coroutine_handle<> waiting;
+    std::string got;
+    await(throughGate(promise, Gate{&waiting}), got);
     promise.setValue(1);
-    gate.waiting.resume();
-    EXPECT_EQ(taken(result), "1");
-}
-
-Future<int> firstOr(Future<int> first, Future<int> second) {
-    try {
-        co_return co_await first;
-    } catch (const std::runtime_error&) {
-    }
-    co_return co_await second;
-}
-
-TEST(Coroutine, PassesItsCancellationOnForGood) {
-    Promise<int> first;
-    Promise<int> second;
-    Future<int> result = firstOr(first.future(), second.future());
-    EXPECT_TRUE(cancel(result));
-    EXPECT_TRUE(first.cancelled() && second.cancelled());
-    EXPECT_EQ(taken(result), cancelledText);
-
-    // A refused future isn't its own to cancel.
-    first = Promise<int>();
-    second = Promise<int>();
-    Future<int> others = then(second.future(), get);
-    result = firstOr(first.future(), second.future());
-    cancel(result);
-    EXPECT_TRUE(first.cancelled() && !second.cancelled());
-
-    // That of a source is an exception like any other.
-    Future<int> source = (first = Promise<int>()).future();
-    result = firstOr(first.future(), makeReadyFuture(2));
-    cancel(source);
-    EXPECT_EQ(taken(result), "2");
-}
-
-TEST(Coroutine, RacesWithItsCancellation) {
-    Promise<int> promise;
-    Future<int> result(nullptr);
-    bool cancelled = false;
-    race(rounds(300), {[&](int) { promise.setValue(1); }, [&](int) { cancelled = cancel(result); }}, [&](int round) {
-        EXPECT_TRUE(round == 0 || taken(result) == (cancelled ? cancelledText : "1"));
-        result = pass((promise = Promise<int>()).future());
-    });
-}
-
-/// Suspends only to find that it needn't.
-struct Ready {
-    bool await_ready() const noexcept { return false; }
-    bool await_suspend(std::coroutine_handle<>) const noexcept { return false; }
-    void await_resume() const noexcept {}
-};
-
-Future<int> passLater(Future<int> future) {
-    const int value = co_await std::move(future);
-    co_await Ready();
-    co_return value;
-}
-
-TEST(Coroutine, ChainsToAnyLength) {
-    expectAnyLength(passLater, invalidText, manyLinks / 10);
-}
-
-// Each coroutine awaits another future when its first is cancelled, and has that one cancelled, too.
-TEST(Coroutine, PassesItsCancellationOnToAnyLength) {
-    onSmallStack([] {
-        Promise<int> head;
-        std::vector<Promise<int>> first(manyLinks / 10);
-        Future<int> tail = head.future();
-        for (const Promise<int>& promise : first)
-            tail = firstOr(promise.future(), std::move(tail));
-        cancel(tail);
-        EXPECT_TRUE(first.front().cancelled() && head.cancelled());
-    });
+    waiting.resume();
+    EXPECT_EQ(got, "1");
 }
 
 /// Awaits what may be pending, by turns with what is ready, and then what nobody can resolve. Counts what threw.
@@ -193,7 +88,7 @@ Future<int> loop(const std::vector<Promise<int>>& promises) {
             try {
                 Future<int> future = orphaned ? Future<int>(std::make_shared<IntState>()) : promise.future();
                 co_await future;
-                co_await Ready();
+                co_await Gate();
                 co_await makeReadyFuture(1);
             } catch (const std::runtime_error&) {
                 ++thrown;
@@ -202,17 +97,19 @@ Future<int> loop(const std::vector<Promise<int>>& promises) {
 }
 
 TEST(Coroutine, LoopsToAnyLength) {
-    onSmallStack([] {
-        for (const char* how : {"resolved", "dropped", "cancelled"}) {
+    const std::pair<std::function<void(Promise<int>&)>, std::string> cases[] = {
+        {[](auto& promise) { promise.setValue(1); }, std::to_string(manyLinks)},
+        {[](auto& promise) { promise = Promise<int>(); }, std::to_string(2 * manyLinks)},
+        {nullptr, cancelledText}};
+    onSmallStack([&] {
+        for (const auto& [end, text] : cases) {
             std::vector<Promise<int>> promises(manyLinks);
             Future<int> result = loop(promises);
-            if (how == std::string_view("cancelled"))
-                cancel(result);
+            EXPECT_TRUE(end || cancel(result));
             for (Promise<int>& promise : promises)
-                how == std::string_view("resolved") ? promise.setValue(1) : void(promise = Promise<int>());
-            EXPECT_EQ(taken(result), how == std::string_view("resolved")  ? std::to_string(manyLinks)
-                                     : how == std::string_view("dropped") ? std::to_string(2 * manyLinks)
-                                                                          : cancelledText);
+                if (end)
+                    end(promise);
+            EXPECT_EQ(taken(result), text);
         }
     });
 }
@@ -234,4 +131,12 @@ TEST(Coroutine, StillHasTheFutureWhenMemoryRunsOut) {
 }
 
 } // namespace
+
+std::vector<Mechanism> mechanisms() {
+    const auto byCoroutine = [](Future<int>&& source, Future<int>&& other, Captured captured) {
+        return awaitBoth(std::move(source), std::move(other), std::move(captured));
+    };
+    return {{"CoAwait", byCoroutine, true, true, true}};
+}
+
 } // namespace connector::test

@@ -13,38 +13,56 @@
 namespace connector::test {
 namespace {
 
-TEST(Promise, NeverLeavesAConsumerWaiting) {
+TEST(Promise, EndsItsReplyOnce) {
+    const auto throwsError = [](const char* text) { return testing::ThrowsMessage<std::runtime_error>(text); };
     const char* const destroyed = "Promise destroyed before it was resolved.";
-    const std::pair<const char*, std::function<void(std::unique_ptr<Promise<int>>&)>> cases[] = {
-        {destroyed, [](auto& promise) { promise.reset(); }},
-        {destroyed, [](auto& promise) { *promise = Promise<int>(); }},
-        {"1", [](auto& promise) { Promise<int>(std::move(*promise)).setValue(1); }},
-        {"2", [](auto& promise) { (*promise = std::move(*promise)).setValue(2); }},
+    const std::pair<const char*, std::function<void(std::unique_ptr<Promise<int>>&, Future<int>&)>> cases[] = {
+        {destroyed, [](auto& promise, auto&) { promise.reset(); }},
+        {destroyed, [](auto& promise, auto&) { *promise = Promise<int>(); }},
+        {"1",
+         [&](auto& promise, auto&) {
+             Promise<int>(std::move(*promise)).setValue(1);
+             EXPECT_THAT([&] { return promise->cancelled(); }, throwsError("Promise state isn't valid!"));
+         }},
+        {"2",
+         [&](auto& promise, auto&) {
+             (*promise = std::move(*promise)).setValue(2);
+             EXPECT_THAT([&] { promise->setValue(3); }, throwsError("Promise already resolved."));
+         }},
         {cancelledText,
-         [](auto& promise) {
+         [](auto& promise, auto&) {
              const AllocationFailure failure(0, true);
              promise.reset();
+         }},
+        {cancelledText,
+         [](auto& promise, auto& future) {
+             EXPECT_FALSE(promise->cancelled());
+             EXPECT_TRUE(cancel(future));
+             EXPECT_TRUE(promise->cancelled());
+             promise->setValue(1);
          }},
     };
     for (const auto& [text, end] : cases) {
         auto promise = std::make_unique<Promise<int>>();
         Future<int> future = promise->future();
-        end(promise);
+        end(promise, future);
+        EXPECT_FALSE(cancel(future)) << text;
         EXPECT_EQ(taken(future), text);
     }
+    Future<int> none(nullptr);
+    EXPECT_THAT([&] { cancel(none); }, throwsError(invalidText));
 }
 
-TEST(Promise, SaysWhatItCannotDo) {
-    Promise<std::unique_ptr<int>> promise;
-    promise.setValue(std::make_unique<int>(1));
-    auto second = std::make_unique<int>(2);
-    EXPECT_THAT([&] { promise.setValue(std::move(second)); },
-                testing::ThrowsMessage<std::runtime_error>("Promise already resolved."));
-    EXPECT_TRUE(second); // NOLINT(bugprone-use-after-move): refused, it is still ours
-    EXPECT_EQ(*promise.future().get(), 1);
-    const auto moved = std::move(promise);
-    EXPECT_THAT([&] { return promise.cancelled(); }, // NOLINT(bugprone-use-after-move): what is promised of it
-                testing::ThrowsMessage<std::runtime_error>("Promise state isn't valid!"));
+TEST(Promise, KeepsAContinuationOfAnotherKindWhenCancelled) {
+    struct Foreign : detail::FutureContinuation<int> {
+        void invoke(Future<int>&&) override { ADD_FAILURE() << "nothing was resolved"; }
+    };
+    const auto state = std::make_shared<IntState>();
+    state->continuation = std::make_unique<Foreign>();
+    state->continuationFlag = true; // means nothing to cancel()
+    Future<int> future(state);
+    EXPECT_TRUE(cancel(future));
+    EXPECT_TRUE(state->continuation);
 }
 
 /// With more alignment than its operators give.

@@ -37,6 +37,12 @@ inline std::string taken(Future<int>&& future) {
     return taken(future);
 }
 
+inline bool isPending(const Future<int>& future) {
+    const auto& state = detail::FutureAccess::state(future);
+    const std::lock_guard<std::mutex> lock(state->mutex);
+    return state->status == detail::FutureStatus::Pending;
+}
+
 /// What get() gives, for then().
 inline int get(Future<int> future) {
     return future.get();
@@ -74,31 +80,9 @@ inline void onSmallStack(const std::function<void()>& body) {
 /// As many links as a test of any length has; fewer where each takes long.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr int manyLinks = 10'000;
-#elif !defined(__OPTIMIZE__)
-constexpr int manyLinks = 100'000;
 #else
-constexpr int manyLinks = 1'000'000;
+constexpr int manyLinks = 100'000;
 #endif
-
-/// Makes a chain of links and ends it in each way. `dropped` is what its last future gives when the first is dropped.
-inline void expectAnyLength(const std::function<Future<int>(Future<int>)>& link, std::string_view dropped,
-                            int links = manyLinks) {
-    onSmallStack([&] {
-        for (const End* expected : {&ends[0], &ends[2], &ends[3], static_cast<const End*>(nullptr)}) {
-            SCOPED_TRACE(expected ? expected->name : "cancelled at the tail");
-            auto head = std::make_shared<IntState>();
-            Future<int> tail(head);
-            for (int length = 0; length < links; ++length)
-                tail = link(std::move(tail));
-            if (expected)
-                expected->end(head);
-            else
-                EXPECT_TRUE(cancel(tail));
-            EXPECT_EQ(taken(tail), head ? expected ? expected->text : cancelledText : dropped);
-            EXPECT_TRUE(!head || head->status != detail::FutureStatus::Pending);
-        }
-    });
-}
 
 /// Runs `body` when its last copy dies.
 inline std::shared_ptr<void> atEnd(std::function<void()> body) {

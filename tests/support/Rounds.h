@@ -25,8 +25,6 @@ inline int rounds(int usual) {
     return factor ? usual * std::stoi(factor) : usual;
 }
 
-using Barrier = boost::barrier;
-
 /// Runs `body` on a thread of its own, and returns once that thread sleeps or has ended: it waits for something that it
 /// can't have, or for nothing.
 inline std::thread startAndAwaitSleep(std::function<void()> body) {
