@@ -98,6 +98,11 @@ Visit visitState(const std::shared_ptr<void>& target, Visitor& visitor, Work& wo
             visitor.upstream = result->upstream;
             return Visit::Waits;
         }
+        // Since it was visited, it may have begun to wait for another source, which another call may be cancelling.
+        const std::weak_ptr<void>& ended = visitor.upstream.state;
+        if (visitor.purpose != Purpose::CancelFromTheTop &&
+            (ended.owner_before(result->upstream.state) || result->upstream.state.owner_before(ended)))
+            return Visit::Ended;
         // A source can be destroyed by its producer, unresolved, or by the function, which took the reply. This thread
         // may not see yet that the function runs; the flag records the cancellation in any case.
         result->cancelled.store(true, std::memory_order_relaxed);
