@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <exception>
 #include <mutex>
+#include <new>
 #include <stdexcept>
 #include <utility>
 
@@ -75,11 +76,15 @@ DefaultExchange::submitWithReply(const boost::shared_ptr<const Message>& message
     try {
         deliver(Envelope(message, address, Routing(promise)));
     } catch (...) {
-        const boost::exception_ptr thrown(boost::make_shared<CarriedException>(std::current_exception()));
         try {
-            promise->set_exception(thrown);
+            promise->set_exception(
+                boost::exception_ptr(boost::make_shared<CarriedException>(std::current_exception())));
         } catch (const boost::promise_already_satisfied&) {
             // A reply was sent before.
+        } catch (const std::bad_alloc&) {
+            // A promise that is destroyed without a value allocates, and ends the process if it can't.
+            MessageQueue::sendReply(Routing(promise), nullptr);
+            throw;
         }
     }
     return future;
