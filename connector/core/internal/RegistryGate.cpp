@@ -13,18 +13,16 @@ thread_local const RegistryGate::CallbackScope* innermost = nullptr;
 } // namespace
 
 RegistryGate::~RegistryGate() {
-    assert(callbackScopes.load(std::memory_order_relaxed) == 0 && !closed.load(std::memory_order_relaxed));
+    assert(!closed.load(std::memory_order_relaxed));
     assert(servedTicket == nextTicket && waitingReaders == 0 && admittedReaders == 0);
 }
 
 RegistryGate::CallbackScope::CallbackScope(RegistryGate& gate) noexcept : gate(gate), outer(innermost) {
     innermost = this;
-    gate.callbackScopes.fetch_add(1, std::memory_order_relaxed);
 }
 
 RegistryGate::CallbackScope::~CallbackScope() {
     assert(innermost == this);
-    gate.callbackScopes.fetch_sub(1, std::memory_order_relaxed);
     innermost = outer;
 }
 

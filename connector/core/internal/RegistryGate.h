@@ -22,9 +22,8 @@ namespace connector::internal {
 /// the gate. While no writer waits, this costs a reader one relaxed load.
 ///
 /// No self-deadlock. Host code that runs under a hold may call the connector again. A CallbackScope marks the hold for
-/// its thread, so a shared hold inside it is granted without touching the mutex, and an exclusive or upgradeable one
-/// throws std::system_error (std::errc::resource_deadlock_would_occur). While there is no such scope, this costs a
-/// reader another relaxed load.
+/// its thread: where a shared hold inside it would have to wait, it is granted without touching the mutex, and an
+/// exclusive or upgradeable one throws std::system_error (std::errc::resource_deadlock_would_occur).
 class RegistryGate {
 private:
     class Turn;
@@ -47,10 +46,6 @@ private:
     void waitForAdmission();
 
     boost::shared_mutex& registryMutex;
-
-    // Relaxed: the number of CallbackScopes, of all threads. A thread always sees its own ones in it; those of other
-    // threads only send it the slow way.
-    std::atomic<std::uint32_t> callbackScopes{0};
 
     // Relaxed: a hint. A reader that misses it fails to get registryMutex and looks again under `mutex`. Changed under
     // `mutex`, by the writer whose turn it is: true from before it asks for registryMutex until it has released it.
@@ -84,8 +79,7 @@ private:
 class RegistryGate::SharedHold {
 public:
     explicit SharedHold(RegistryGate& gate) : held(&gate.registryMutex) {
-        if (gate.callbackScopes.load(std::memory_order_relaxed) != 0 || gate.closed.load(std::memory_order_relaxed) ||
-            !held->try_lock_shared())
+        if (gate.closed.load(std::memory_order_relaxed) || !held->try_lock_shared())
             held = gate.lockSharedSlowly();
     }
     SharedHold(const SharedHold&) = delete;
