@@ -15,8 +15,8 @@
 using namespace connector;
 using MessagePtr = std::unique_ptr<Message>;
 
-/// A provider of the host that calls the provider of a plugin. The host receives nothing that needs the plugin's code: a
-/// reply is copied into a message of the host, and an exception into one of the standard library.
+/// A provider of the host that calls the provider of a plugin. The host receives nothing that needs the plugin's code:
+/// a reply is copied into a message of the host, and an exception into one of the standard library.
 class Guest : public ServiceProvider {
 public:
     Guest(const char* file, Context& data) : module(dlopen(file, RTLD_NOW | RTLD_LOCAL)) {
@@ -25,7 +25,8 @@ public:
         reinterpret_cast<decltype(&openPlugin)>(dlsym(module, "openPlugin"))(service, data);
     }
 
-    /// Call it after the service was removed. Waits for calls in progress, destroys the provider and unloads the plugin.
+    /// Call it after the service was removed. Waits for calls in progress, destroys the provider and unloads the
+    /// plugin.
     void unload() {
         std::unique_lock<std::mutex> lock(mutex);
         idle.wait(lock, [this] { return calls == 0; });

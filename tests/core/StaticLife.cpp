@@ -79,7 +79,8 @@ void useExchange(const std::string& name) {
     requireReply(send(*connector, name), "yes");
 }
 
-/// Runs when all static objects are destroyed, those of the libraries too, as the threads do that the process ends with.
+/// Runs when all static objects are destroyed, those of the libraries too, as the threads do that the process ends
+/// with.
 void useAtTheVeryEnd(int, void*) {
     fl::log::setEnabledSeverityMask(LogCapture::channel, fl::log::enabledSeverityMask(LogCapture::channel) | 8);
     use(*newHost());

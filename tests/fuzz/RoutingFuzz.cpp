@@ -1,5 +1,5 @@
-// Names, addresses and registry operations from arbitrary bytes, compared with a model of a few lines. A line of the input is
-// an operation: "+NAME" registers, "-NAME" removes, any other line is an address that a message is sent to.
+// Names, addresses and registry operations from arbitrary bytes, compared with a model of a few lines. A line of the
+// input is an operation: "+NAME" registers, "-NAME" removes, any other line is an address that a message is sent to.
 
 #include "support/Messages.h"
 
