@@ -4,7 +4,7 @@ cmake_minimum_required(VERSION 3.25)
 set(rows
     "connector/api=connector/Export.h"
     "connector/context=connector/Export.h connector/api/"
-    "connector/async=connector/api/"
+    "connector/async=connector/Export.h connector/api/"
     "connector/diagnostics=connector/Export.h fl/"
     "connector/internal=connector/api/ connector/context/"
     "connector/core=connector/Export.h connector/api/ connector/context/ connector/internal/ connector/diagnostics/"

@@ -6,7 +6,7 @@ get_property(targets GLOBAL PROPERTY CONNECTOR_INSTALLED)
 set(config_dir ${CMAKE_INSTALL_LIBDIR}/cmake/${PROJECT_NAME})
 
 install(
-    TARGETS ${targets} qzconnectorframeworkasync
+    TARGETS ${targets}
     EXPORT ${PROJECT_NAME}-targets
     RUNTIME COMPONENT runtime
     LIBRARY COMPONENT runtime NAMELINK_COMPONENT development

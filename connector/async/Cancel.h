@@ -21,7 +21,7 @@ namespace connector {
 ///   the future as arrived. A coroutine resumes, and its co_await throws "Future has been cancelled.". A continuation
 ///   of another kind isn't run; it is destroyed with the state.
 /// - Order: the result of then() is cancelled after its source, and the function is destroyed by then. The results of
-///   whenAll() and of a coroutine are cancelled before their sources.
+///   whenAll(), of within() and of a coroutine are cancelled before their sources.
 ///
 /// A function or coroutine that is running, or about to run because its reply has arrived, isn't stopped. Its result is
 /// cancelled at once, and its value or exception is ignored. If two calls cancel the same future, one of them does it;

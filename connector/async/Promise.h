@@ -1,11 +1,12 @@
 #pragma once
 
-#include <connector/async/detail/ResultState.h>
+#include <connector/async/detail/ProducerState.h>
 
 #include <exception>
 #include <memory>
 #include <mutex>
 #include <stdexcept>
+#include <type_traits>
 #include <utility>
 
 namespace connector {
@@ -29,7 +30,7 @@ template <class T>
 class Promise {
 public:
     /// An unresolved promise. Throws std::bad_alloc.
-    Promise() : state(detail::makeState<T>()) {}
+    Promise() : state(detail::makeProducerState<T>()) {}
 
     /// Takes over the state of the other promise.
     Promise(Promise&&) noexcept = default;
@@ -48,24 +49,45 @@ public:
     [[nodiscard]] Future<T> future() const { return Future<T>(valid()); }
 
     /// Resolves with `value`. Throws std::runtime_error ("Promise already resolved.") and std::bad_alloc; in these
-    /// cases, and if the future was cancelled, the caller still owns `value`. Yields the processor once.
-    void setValue(T&& value) { detail::StatePtr<T>(valid())->setValue(std::move(value)); }
+    /// cases, and if the future was cancelled, the caller still owns `value`. Wakes a blocked consumer and then yields
+    /// the processor once; without one, doesn't yield.
+    void setValue(T&& value) {
+        State::resolve(valid(), detail::FutureStatus::HasValue,
+                       [&](auto& outcome) { outcome.value = ::new T(std::move(value)); });
+    }
 
     /// Resolves with `exception`, which the consumer's get() throws. Throws like setValue().
-    void setException(const std::exception_ptr& exception) { detail::StatePtr<T>(valid())->setException(exception); }
+    void setException(const std::exception_ptr& exception) {
+        State::resolve(valid(), detail::FutureStatus::HasException, [&](auto& outcome) {
+            outcome.exception =
+                new std::exception_ptr(exception); // NOLINT(bugprone-throw-keyword-missing): it is stored
+        });
+    }
 
     /// Whether the consumer cancelled the future. No consumer waits then, and resolving does nothing. Takes the state's
     /// mutex.
     [[nodiscard]] bool cancelled() const { return status(*valid()) == detail::FutureStatus::Cancelled; }
 
+    /// Calls `function`, without arguments, when the consumer cancels the future: inside the call that cancels, on its
+    /// thread, with no lock held. If it was cancelled already, calls it here. Otherwise destroys it when the promise is
+    /// resolved, before the continuation runs. Functions that are added later are called first. What one of them throws
+    /// leaves the call that cancels, after everything else was cancelled. Throws std::bad_alloc, and nothing has
+    /// changed.
+    template <class F>
+    void onCancel(F&& function) {
+        valid()->onCancel(std::make_unique<detail::CancelFunction<std::decay_t<F>>>(std::forward<F>(function)));
+    }
+
 private:
-    const detail::StatePtr<T>& valid() const {
+    using State = detail::ProducerState<T>;
+
+    const std::shared_ptr<State>& valid() const {
         if (!state)
             throw std::runtime_error("Promise state isn't valid!");
         return state;
     }
 
-    static detail::FutureStatus status(detail::SharedFutureState<T>& state) {
+    static detail::FutureStatus status(State& state) {
         const std::lock_guard<std::mutex> lock(state.mutex);
         return state.status;
     }
@@ -74,13 +96,13 @@ private:
         if (!state || status(*state) != detail::FutureStatus::Pending)
             return;
         try {
-            state->setException(detail::makeException(std::runtime_error("Promise destroyed before it was resolved.")));
+            setException(detail::makeException(std::runtime_error("Promise destroyed before it was resolved.")));
         } catch (...) {
-            detail::cancelState(state);
+            detail::cancelState<T>(state);
         }
     }
 
-    detail::StatePtr<T> state;
+    std::shared_ptr<State> state;
 };
 
 } // namespace connector

@@ -1,9 +1,9 @@
 #pragma once
 
 #include <connector/async/detail/Apply.h>
+#include <connector/async/detail/ContinueWith.h>
 #include <connector/async/detail/ThenResult.h>
 
-#include <memory>
 #include <type_traits>
 #include <utility>
 
@@ -47,22 +47,8 @@ auto then(Future<T>&& future, F&& function) -> Future<typename detail::ThenResul
     constexpr bool takesFuture = std::is_invocable_v<Function, Future<T>>;
     static_assert(takesFuture, "the function given to then() must take one argument, the resolved Future<T>");
     if constexpr (takesFuture) {
-        using Body =
-            std::conditional_t<Result::value, detail::ApplyAndForward<T, Function, R>, detail::Apply<T, Function, R>>;
-        const detail::StatePtr<T>& state = detail::FutureAccess::state(future);
-        auto result = std::make_shared<detail::ResultState<R>>(detail::upstreamOf(state));
-        auto link = std::make_unique<detail::LinkTo<T, Body>>(std::forward<F>(function), result);
-        const detail::Attachment attachment = detail::attach(state, link);
-        if (attachment == detail::Attachment::Refused)
-            detail::throwFutureRetrieved();
-        detail::FutureAccess::take(std::move(future));
-        detail::Work work;
-        if (attachment == detail::Attachment::Due)
-            work.add(std::move(link));
-        else if (attachment == detail::Attachment::Orphaned)
-            link->body(Future<T>(nullptr), true, work);
-        work.run();
-        return Future<R>(std::move(result));
+        using Body = detail::Apply<T, Function, R, Result::value>;
+        return detail::continueWith<Body, R>(std::move(future), std::forward<F>(function));
     } else {
         return Future<R>(nullptr);
     }

@@ -1,9 +1,9 @@
 #pragma once
 
-#include <connector/async/detail/Gathering.h>
+#include <connector/async/detail/AllGathering.h>
 
-#include <cstddef>
 #include <memory>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -25,18 +25,26 @@ namespace connector {
 /// Takes the futures over and leaves the vector empty. Throws std::bad_alloc; nothing has changed then.
 template <class T>
 [[nodiscard]] Future<std::vector<Future<T>>> whenAll(std::vector<Future<T>>&& futures) {
-    const auto result = std::make_shared<detail::ResultState<std::vector<Future<T>>>>();
-    const auto gathering = std::make_shared<detail::Gathering<T>>(futures, result);
-    auto links = detail::arriveLinks(gathering, futures.size());
+    return detail::gather<detail::AllGathering<T>, std::vector<Future<T>>>(std::move(futures));
+}
+
+/// The same for futures of different types, as a tuple.
+///
+///     auto [price, stock] = co_await whenAll(std::move(priced), std::move(counted));
+template <class First, class... Rest>
+[[nodiscard]] auto whenAll(Future<First>&& first, Future<Rest>&&... rest)
+    -> Future<std::tuple<Future<First>, Future<Rest>...>> {
+    using Gathering = detail::TupleGathering<First, Rest...>;
+    auto result = std::make_shared<detail::ResultState<typename Gathering::Futures>>();
+    const auto gathering = std::make_shared<Gathering>(result);
+    constexpr std::index_sequence_for<First, Rest...> indices;
+    auto links = gathering->prepare(indices, first, rest...);
     // From here on, nothing throws.
-    gathering->futures.swap(futures);
-    result->upstream = detail::upstreamOf(gathering);
-    // No link is attached to the result yet, so an arrival adds no work.
+    result->upstream = gathering->upstream();
     detail::Work work;
-    for (std::size_t index = 0; index < links.size(); ++index)
-        detail::await(*gathering, index, std::move(links[index]), work);
-    gathering->countDown(work);
-    return Future<std::vector<Future<T>>>(result);
+    gathering->begin(indices, std::move(first), std::move(rest)..., std::move(links), work);
+    work.run();
+    return Future<typename Gathering::Futures>(std::move(result));
 }
 
 } // namespace connector

@@ -1,6 +1,7 @@
 #include "async/Mechanism.h"
 #include "support/Rounds.h"
 
+#include <connector/async/Ready.h>
 #include <connector/async/Then.h>
 
 #include <algorithm>
@@ -180,7 +181,7 @@ TEST_P(Continuation, ChainsToAnyLength) {
                 std::vector<Promise<int>> others(manyLinks);
                 Future<int> tail(head);
                 for (const Promise<int>& other : others)
-                    tail = how.link(std::move(tail), pending ? other.future() : makeReadyFuture(0), {});
+                    tail = how.link(std::move(tail), pending ? other.future() : ready(0), {});
                 if (!end) {
                     EXPECT_TRUE(cancel(tail));
                     EXPECT_EQ(head->status == Cancelled, !pending || how.needsSource);

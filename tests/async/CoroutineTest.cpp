@@ -1,7 +1,11 @@
 #include "async/Mechanism.h"
 #include "support/Allocations.h"
+#include "support/Rounds.h"
 
 #include <connector/async/Coroutine.h>
+#include <connector/async/Ready.h>
+#include <connector/async/StopToken.h>
+#include <connector/async/Via.h>
 
 namespace connector::test {
 namespace {
@@ -89,7 +93,7 @@ Future<int> loop(const std::vector<Promise<int>>& promises) {
                 Future<int> future = orphaned ? Future<int>(std::make_shared<IntState>()) : promise.future();
                 co_await future;
                 co_await Gate();
-                co_await makeReadyFuture(1);
+                co_await ready(1);
             } catch (const std::runtime_error&) {
                 ++thrown;
             }
@@ -128,6 +132,38 @@ TEST(Coroutine, StillHasTheFutureWhenMemoryRunsOut) {
     Future<int> result = retry(promise.future());
     promise.setValue(1);
     EXPECT_EQ(taken(result), "1");
+}
+
+Future<int> untilStopped(Future<int> future, std::stop_token token, std::stop_token& own) {
+    own = co_await stopToken();
+    co_return co_await(std::move(future) | cancelOn(token));
+}
+
+TEST(Coroutine, RacesWithStops) {
+    Promise<int> promise;
+    std::stop_source stop;
+    std::stop_token own;
+    Future<int> result = ready(1);
+    bool cancelled = false;
+    const auto stops = [&](int round) { cancelled = round % 2 ? stop.request_stop() && false : cancel(result); };
+    race(rounds(300), {[&](int) { promise.setValue(1); }, stops}, [&](int) {
+        const std::string got = taken(result);
+        EXPECT_TRUE(cancelled ? got != "1" && own.stop_requested() : got == "1" || stop.stop_requested());
+        result = untilStopped((promise = Promise<int>()).future(), (stop = std::stop_source()).get_token(), own);
+    });
+}
+
+Future<int> onExecutor(std::function<void(std::function<void()>)> executor, int times) {
+    for (int done = 1; done < times; ++done)
+        co_await via(ready(0), executor);
+    co_return co_await via(ready(1), executor);
+}
+
+TEST(Coroutine, ContinuesOnExecutorsToAnyLength) {
+    EXPECT_EQ(taken(onExecutor([](auto task) { std::thread(std::move(task)).join(); }, 3)), "1");
+    EXPECT_EQ(taken(onExecutor([](const auto&) { throw std::runtime_error("refused"); }, 1)), "refused");
+    EXPECT_EQ(taken(onExecutor([](const auto&) {}, 1)), cancelledText);
+    onSmallStack([] { EXPECT_EQ(taken(onExecutor([](const auto& task) { task(); }, manyLinks / 10)), "1"); });
 }
 
 } // namespace

@@ -2,6 +2,9 @@
 #include <connector/api/ServiceProvider.h>
 #include <connector/async/Coroutine.h>
 #include <connector/async/Then.h>
+#include <connector/async/ThenError.h>
+#include <connector/async/ThenValue.h>
+#include <connector/async/Via.h>
 
 using namespace connector;
 using MessagePtr = std::unique_ptr<Message>;
@@ -31,4 +34,10 @@ Future<void> nothing(Future<int> future) {
 int& of(Future<int&>& future) {
     return future.get();
 }
+#elif CASE == 5 // the function given to thenValue() must take one argument, the value
+auto result = makeReadyFuture(1) | thenValue([](std::string value) { return value; });
+#elif CASE == 6 // the function given to thenError<E>() must return the type of its future, or a Future of it
+auto result = makeReadyFuture(1) | thenError<std::exception>([](std::exception&) { return std::string(); });
+#elif CASE == 7 // an executor must have execute(task) or post(task), or be a function that takes a task
+Future<int> result = makeReadyFuture(1) | via(1);
 #endif

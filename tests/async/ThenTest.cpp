@@ -107,6 +107,20 @@ TEST(WhenAll, GivesBackEveryFutureInItsOrder) {
     EXPECT_TRUE(whenAll(Futures()).get().empty());
 }
 
+TEST(WhenAll, PassesItsCancellationOnToAWholeTree) {
+    std::vector<Promise<int>> leaves(8);
+    const auto pair = [&](std::size_t first) {
+        return then(whenAll(both(leaves[first].future(), leaves[first + 1].future())), [](auto) { return 0; });
+    };
+    const auto four = [&](std::size_t first) {
+        return then(whenAll(both(pair(first), pair(first + 2))), [](auto) { return 0; });
+    };
+    Future<Futures> root = whenAll(both(four(0), four(4)));
+    EXPECT_TRUE(cancel(root));
+    for (const Promise<int>& leaf : leaves)
+        EXPECT_TRUE(leaf.cancelled());
+}
+
 // It would own itself, by what waits for the future that it can't wait for.
 TEST(WhenAll, IsFreedWithItsLastProducer) {
     auto state = std::make_shared<IntState>();

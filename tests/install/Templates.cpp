@@ -2,12 +2,24 @@
 // gets from them can be read. Never run.
 
 #include <connector/api/ServiceNameHash.h>
+#include <connector/async/After.h>
 #include <connector/async/Cancel.h>
+#include <connector/async/Collect.h>
 #include <connector/async/Coroutine.h>
+#include <connector/async/Ensure.h>
 #include <connector/async/Promise.h>
+#include <connector/async/Ready.h>
+#include <connector/async/Retry.h>
+#include <connector/async/StopToken.h>
 #include <connector/async/Then.h>
+#include <connector/async/ThenError.h>
+#include <connector/async/ThenValue.h>
 #include <connector/async/TimeLimit.h>
+#include <connector/async/Via.h>
 #include <connector/async/WhenAll.h>
+#include <connector/async/WhenAny.h>
+#include <connector/async/Window.h>
+#include <connector/async/Within.h>
 #include <connector/context/ContextImpl.h>
 #include <connector/core/ConnectorImpl2.h>
 #include <connector/diagnostics/ModuleIdentity.h>
@@ -53,6 +65,16 @@ void useFutures(T value) {
         return getFor(reply, std::chrono::duration<float>(1)).value();
     });
     taken = then(std::move(taken), [](Future<T> reply) { return reply; });
+    const auto inlineExecutor = [](auto task) { task(); };
+    taken = then(std::move(taken), inlineExecutor, [](Future<T> reply) { return reply; }) | via(inlineExecutor) |
+            thenValue([](T reply) { return ready(std::move(reply)); }) |
+            thenError<std::logic_error>([](std::logic_error&) { return failed<T>(std::runtime_error("failed")); }) |
+            ensure([] {}) | within(std::chrono::seconds(1)) | cancelOn(std::stop_token());
+    static_cast<void>(whenAll(after(std::chrono::seconds(0)), std::move(taken)));
+    static_cast<void>(whenAny(window(std::vector<int>(3), 2, [](int) { return Promise<T>().future(); })));
+    taken =
+        collect(std::vector<Future<T>>()) | thenValue([](std::vector<T> values) { return std::move(values.at(0)); });
+    static_cast<void>(retry(RetryPolicy(), [] { return Promise<T>().future(); }));
     cancel(taken);
     then(std::move(taken), [](Future<T>) {}).get();
 }

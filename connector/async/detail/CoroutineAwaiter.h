@@ -97,4 +97,43 @@ private:
     Future<T>& future;
 };
 
+template <class T, class Executor>
+class Via;
+
+/// The awaiter of a via(): suspends the coroutine, also if the future is already resolved.
+template <class T, class Executor>
+class ViaAwaiter {
+public:
+    explicit ViaAwaiter(Via<T, Executor>&& routed) noexcept : routed(std::move(routed)), future(nullptr) {}
+
+    bool await_ready() const noexcept { return false; }
+
+    template <class P>
+    [[gnu::noinline]] bool await_suspend(std::coroutine_handle<P> coroutine) {
+        Work own;
+        Work* work = &own;
+        if constexpr (std::is_base_of_v<CoroutineBase, P>)
+            if (coroutine.promise().work)
+                work = coroutine.promise().work;
+        // Not in the frame, which may be destroyed before start() returns.
+        Via<T, Executor> starting = std::move(routed);
+        future = starting.delivered();
+        const bool suspended = Awaiter<T>(future).await_suspend(coroutine);
+        starting.start(*work);
+        own.run();
+        return suspended; // false if the coroutine's future was cancelled meanwhile
+    }
+
+    T await_resume() { return future.get(); }
+
+private:
+    Via<T, Executor> routed;
+    Future<T> future;
+};
+
+template <class T, class Executor>
+ViaAwaiter<T, Executor> operator co_await(Via<T, Executor>&& routed) noexcept {
+    return ViaAwaiter<T, Executor>(std::move(routed));
+}
+
 } // namespace connector::detail

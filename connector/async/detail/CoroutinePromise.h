@@ -1,6 +1,7 @@
 #pragma once
 
 #include <connector/async/detail/CoroutineAwaiter.h>
+#include <connector/async/detail/ProducerState.h>
 
 #include <coroutine>
 #include <exception>
@@ -66,7 +67,7 @@ struct Suspension {
 template <class T>
 class CoroutinePromise : public CoroutineBase {
 public:
-    CoroutinePromise() : result(std::make_shared<ResultState<T>>()) {}
+    CoroutinePromise() : result(makeProducerState<T>()) {}
 
     Future<T> get_return_object() const { return Future<T>(result); }
     std::suspend_never initial_suspend() const noexcept { return {}; }
@@ -89,20 +90,25 @@ public:
         return Awaiter<U>(future);
     }
 
+    template <class U, class Executor>
+    ViaAwaiter<U, Executor> await_transform(Via<U, Executor>&& routed) noexcept {
+        return ViaAwaiter<U, Executor>(std::move(routed));
+    }
+
     /// The end of the coroutine: destroys the frame, then resolves the future. Not inlined, nor is any await_suspend()
     /// that continues when the coroutine may be destroyed: the compiler could place its variables in the frame.
     struct End {
         bool await_ready() const noexcept { return false; }
         [[gnu::noinline]] void await_suspend(std::coroutine_handle<CoroutinePromise> coroutine) const noexcept {
             CoroutinePromise& promise = coroutine.promise();
-            const std::shared_ptr<ResultState<T>> result = std::move(promise.result);
+            const std::shared_ptr<ProducerState<T>> result = std::move(promise.result);
             Outcome<T> outcome = std::move(promise.outcome);
             Work* const work = promise.work;
             coroutine.destroy(); // also destroys `this`
             if (work)
-                return publish(result, std::move(outcome), *work);
+                return result->end(std::move(outcome), *work);
             Work own;
-            publish(result, std::move(outcome), own);
+            result->end(std::move(outcome), own);
             own.run();
         }
         void await_resume() const noexcept {}
@@ -110,6 +116,8 @@ public:
     End final_suspend() const noexcept { return {}; }
 
     const Waiter* waiter() const noexcept { return result.get(); }
+
+    void onCancel(std::unique_ptr<CancelHook> hook) { result->onCancel(std::move(hook)); }
 
     /// From now on, the result waits for `source`.
     template <class U>
@@ -120,7 +128,7 @@ public:
 private:
     OutcomeRoom<T> room;
     Outcome<T> outcome;
-    std::shared_ptr<ResultState<T>> result;
+    std::shared_ptr<ProducerState<T>> result;
 };
 
 /// The promise type of a coroutine that returns a Future<void>, which a static_assert of Future rejects.

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <connector/api/detail/FutureErrors.h>
+#include <connector/async/detail/FutureAccess.h>
 
 #include <cassert>
 #include <exception>
@@ -65,6 +65,13 @@ public:
 
     Outcome<T> holdException(std::exception_ptr thrown) noexcept {
         return {nullptr, exception.fill([&] { return std::move(thrown); })};
+    }
+
+    /// The outcome of a resolved future. Doesn't throw its exception.
+    Outcome<T> holdOutcomeOf(Future<T>&& source) noexcept {
+        if (FutureAccess::failed(source))
+            return holdException(FutureAccess::takeFailure(source));
+        return hold([&] { return source.get(); });
     }
 
     /// The exception of a future whose value is already claimed.

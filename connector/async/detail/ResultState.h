@@ -13,15 +13,15 @@ namespace connector::detail {
 
 /// The state of a future that waits for other futures: the result of then(), of whenAll() or of a coroutine.
 template <class T>
-class ResultState final : public SharedFutureState<T>, public Waiter {
+class ResultState : public SharedFutureState<T>, public Waiter {
 public:
     /// The result of then(): waits for `upstream` and is cancelled after it.
     explicit ResultState(Upstream upstream) noexcept
         : SharedFutureState<T>(typename SharedFutureState<T>::OfResult()), cancelledFirst(false),
           upstream(std::move(upstream)) {}
 
-    /// The result of whenAll() or of a coroutine, which continue when a source is cancelled: cancelled before its
-    /// sources.
+    /// The result of whenAll() or of a coroutine, which continue when a source is cancelled, and of what has a timer:
+    /// cancelled before its sources.
     ResultState() noexcept : SharedFutureState<T>(typename SharedFutureState<T>::OfResult()), cancelledFirst(true) {}
 
     /// From now on waits for `source`, unless it has ended.
@@ -48,18 +48,19 @@ public:
     Upstream upstream;
 };
 
-/// Changes a pending state to `status`. Makes its link due, or else wakes its waiter or runs a continuation that isn't
-/// a link. Entered with the lock on the state's mutex; returns with it released.
+/// Changes a pending state to `status`. Makes its link due. Without a link, runs a continuation of another kind, or
+/// wakes a blocked consumer and yields. Entered with the lock on the state's mutex; returns with it released.
 template <class T>
 [[gnu::always_inline]] inline void settle(const StatePtr<T>& state, FutureStatus status,
                                           std::unique_lock<std::mutex>& lock, Work& work) {
     assert(lock.owns_lock() && state->status == FutureStatus::Pending && status != FutureStatus::Pending);
     state->status = status;
     std::unique_ptr<ChainLink> due = detachLink(state, lock);
-    if (!due)
+    if (!due && (state->continuation || state->retrieved))
         return state->notifyResolved(lock);
     lock.unlock();
-    work.add(std::move(due));
+    if (due)
+        work.add(std::move(due));
 }
 
 /// Cancels a pending result whose source was cancelled or destroyed.
@@ -131,16 +132,17 @@ bool cancelState(const StatePtr<T>& state) {
 
 /// Resolves a pending `result` with `outcome`. Like setValue() and setException(), but doesn't allocate, and makes the
 /// link due instead of running it. A cancelled result ignores the outcome, which is destroyed after the mutex is
-/// released.
+/// released; unless `heedsCancellation` is false, so does one whose `cancelled` is set.
 template <class T>
-void publish(const std::shared_ptr<ResultState<T>>& result, Outcome<T> outcome, Work& work) {
+void publish(const std::shared_ptr<ResultState<T>>& result, Outcome<T> outcome, Work& work,
+             bool heedsCancellation = true) {
     Upstream ended;
     std::unique_lock<std::mutex> lock(result->mutex);
     std::swap(ended, result->upstream);
     if (result->status != FutureStatus::Pending)
         return;
     FutureStatus status = FutureStatus::Cancelled;
-    if (!result->cancelled.load(std::memory_order_relaxed)) {
+    if (!heedsCancellation || !result->cancelled.load(std::memory_order_relaxed)) {
         if (outcome.value) {
             result->outcome.value = outcome.value.release();
             status = FutureStatus::HasValue;
