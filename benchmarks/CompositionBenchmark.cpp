@@ -33,6 +33,7 @@ template <class Attach>
 std::size_t eight(Attach attach) {
     std::vector<Promise<long>> promises(8);
     std::vector<Future<long>> futures;
+    futures.reserve(promises.size());
     for (Promise<long>& promise : promises)
         futures.push_back(promise.future());
     auto all = attach(std::move(futures));
@@ -98,9 +99,11 @@ void timers(benchmark::State& state) {
     };
     std::vector<Future<std::monostate>> pending;
     const auto measured = [&](std::size_t others) {
+        pending.reserve(others);
         while (pending.size() < others)
             pending.push_back(add());
         std::vector<double> times;
+        times.reserve(100);
         for (int i = 0; i < 100; ++i)
             times.push_back(nanoseconds(1000, 0, addAndRemove));
         return median(times);

@@ -1,10 +1,10 @@
 #include <connector/async/detail/Timer.h>
 
 #include <condition_variable>
+#include <csignal>
 #include <mutex>
 #include <new>
 #include <pthread.h>
-#include <signal.h>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -36,7 +36,7 @@ public:
     }
 
     /// Returns the timer, so that its last owner can destroy it without the lock.
-    std::shared_ptr<Timer> stop(const Timer& timer) noexcept {
+    std::shared_ptr<Timer> stop(Timer& timer) noexcept {
         const std::lock_guard<std::mutex> lock(mutex);
         return timer.place == Timer::nowhere() ? nullptr : remove(timer.place);
     }

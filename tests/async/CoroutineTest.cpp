@@ -145,7 +145,11 @@ TEST(Coroutine, RacesWithStops) {
     std::stop_token own;
     Future<int> result = ready(1);
     bool cancelled = false;
-    const auto stops = [&](int round) { cancelled = round % 2 ? stop.request_stop() && false : cancel(result); };
+    const auto stops = [&](int round) {
+        cancelled = round % 2 == 0 && cancel(result);
+        if (round % 2)
+            stop.request_stop();
+    };
     race(rounds(300), {[&](int) { promise.setValue(1); }, stops}, [&](int) {
         const std::string got = taken(result);
         EXPECT_TRUE(cancelled ? got != "1" && own.stop_requested() : got == "1" || stop.stop_requested());

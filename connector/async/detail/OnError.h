@@ -15,7 +15,7 @@ class OnError {
     using GivesFuture = std::is_same<Returned, Future<T>>;
 
 public:
-    template <class Function>
+    template <class Function, class = std::enable_if_t<!std::is_same_v<std::decay_t<Function>, OnError>>>
     explicit OnError(Function&& function) : function(std::forward<Function>(function)) {}
 
     std::conditional_t<GivesFuture::value, Future<T>, T> operator()(Future<T> source) && {

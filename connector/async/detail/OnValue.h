@@ -17,7 +17,7 @@ public:
     using TakesNothing = std::conjunction<std::is_same<T, std::monostate>, std::is_invocable<F>>;
     using TakesValue = std::disjunction<TakesNothing, std::is_invocable<F, T>>;
 
-    template <class Function>
+    template <class Function, class = std::enable_if_t<!std::is_same_v<std::decay_t<Function>, OnValue>>>
     explicit OnValue(Function&& function) : function(std::forward<Function>(function)) {}
 
     decltype(auto) operator()(Future<T> source) && {

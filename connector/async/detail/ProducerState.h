@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <mutex>
+#include <type_traits>
 #include <utility>
 
 namespace connector {
@@ -31,7 +32,7 @@ public:
 template <class F>
 class CancelFunction final : public CancelHook {
 public:
-    template <class Function>
+    template <class Function, class = std::enable_if_t<!std::is_same_v<std::decay_t<Function>, CancelFunction>>>
     explicit CancelFunction(Function&& function) : function(std::forward<Function>(function)) {}
     void cancelled() override { std::move(function)(); }
 
