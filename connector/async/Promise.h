@@ -70,9 +70,8 @@ public:
 
     /// Calls `function`, without arguments, when the consumer cancels the future: inside the call that cancels, on its
     /// thread, with no lock held. If it was cancelled already, calls it here. Otherwise destroys it when the promise is
-    /// resolved, before the continuation runs. Functions that are added later are called first. What one of them throws
-    /// leaves the call that cancels, after everything else was cancelled. Throws std::bad_alloc, and nothing has
-    /// changed.
+    /// resolved, before the continuation runs. Functions that are added later are called first. They must not throw.
+    /// Throws std::bad_alloc, and nothing has changed.
     template <class F>
     void onCancel(F&& function) {
         valid()->onCancel(std::make_unique<detail::CancelFunction<std::decay_t<F>>>(std::forward<F>(function)));

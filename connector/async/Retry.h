@@ -42,7 +42,7 @@ struct RetryPolicy {
 ///
 /// A reply that is cancelled, or loses its producer, cancels the result; it isn't retried. Cancelling the result
 /// cancels the reply or the pause, and no further call is made. `function` is destroyed before the result is resolved
-/// or cancelled. A retry takes the same memory however often it tries; if there is none for an attempt, the result
+/// or cancelled. A retry takes the same memory however often it tries. If there is none for an attempt, that attempt
 /// fails with std::bad_alloc.
 ///
 /// Takes `function` over. Throws std::bad_alloc; `function` wasn't called then.

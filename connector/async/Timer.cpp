@@ -30,10 +30,7 @@ public:
             changed.notify_one();
     }
 
-    std::exception_ptr timedOut() {
-        const std::lock_guard<std::mutex> lock(mutex);
-        return exception;
-    }
+    const std::exception_ptr& timedOut() const noexcept { return exception; }
 
     /// Returns the timer, so that its last owner can destroy it without the lock.
     std::shared_ptr<Timer> stop(Timer& timer) noexcept {
@@ -43,13 +40,11 @@ public:
 
     void end() {
         std::vector<Entry> released;
-        std::exception_ptr unused;
         std::unique_lock<std::mutex> lock(mutex);
         ended = true;
         for (const Entry& entry : heap)
             entry.timer->place = Timer::nowhere();
         heap.swap(released);
-        exception.swap(unused);
         changed.notify_one();
         if (!thread.joinable())
             return;
@@ -147,13 +142,14 @@ private:
         return removed;
     }
 
+    const std::exception_ptr exception =
+        std::make_exception_ptr(std::system_error(std::make_error_code(std::errc::timed_out)));
+
     // Guards everything below; only this class's own code runs under it.
     std::mutex mutex;
     std::condition_variable changed;
     std::vector<Entry> heap;
     Time wakesAt = Time::min(); // when the thread looks next; the past while it is awake
-    std::exception_ptr exception =
-        std::make_exception_ptr(std::system_error(std::make_error_code(std::errc::timed_out)));
     std::thread thread;
     bool ended = false;
     bool stopped = false; // the thread is about to return

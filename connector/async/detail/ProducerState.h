@@ -24,7 +24,7 @@ public:
         while (next) // one after the other, not in nested calls
             next = std::move(next->next);
     }
-    virtual void cancelled() = 0;
+    virtual void cancelled() noexcept = 0;
 
     std::unique_ptr<CancelHook> next;
 };
@@ -34,7 +34,7 @@ class CancelFunction final : public CancelHook {
 public:
     template <class Function, class = std::enable_if_t<!std::is_same_v<std::decay_t<Function>, CancelFunction>>>
     explicit CancelFunction(Function&& function) : function(std::forward<Function>(function)) {}
-    void cancelled() override { std::move(function)(); }
+    void cancelled() noexcept override { std::move(function)(); }
 
 private:
     F function;
@@ -63,13 +63,12 @@ public:
 
     /// publish(), for a coroutine that has ended.
     void end(Outcome<T> outcome, Work& work) {
-        std::unique_ptr<CancelHook> unused;
-        {
-            const std::lock_guard<std::mutex> lock(this->mutex);
-            if (this->status == FutureStatus::Pending)
-                unused = std::move(hooks);
-        }
         publish(std::static_pointer_cast<ResultState<T>>(this->shared_from_this()), std::move(outcome), work);
+        // The hooks of a state that was cancelled meanwhile belong to the call that cancelled it.
+        std::unique_ptr<CancelHook> unused; // destroyed without the mutex
+        const std::lock_guard<std::mutex> lock(this->mutex);
+        if (this->status != FutureStatus::Cancelled)
+            unused = std::move(hooks);
     }
 
     /// Calls `hook` when the state is cancelled, or here if it is already. Destroys it if the state is resolved.
