@@ -16,22 +16,16 @@ namespace connector::detail {
 template <class T>
 class ForwardUntilStop {
 public:
-    ForwardUntilStop(std::stop_token token, std::shared_ptr<ResultState<T>> result)
-        : result(std::move(result)), stopped(std::in_place, std::move(token), Stop{this->result}) {}
+    ForwardUntilStop(std::stop_token token, const std::shared_ptr<ResultState<T>>& result)
+        : forward(result), stopped(std::in_place, std::move(token), Stop{result}) {}
 
     void operator()(Future<T>&& source, bool cancelled, Work& work) {
         // If a stop is being requested on another thread, waits until the result is cancelled.
         stopped.reset();
-        if (cancelled)
-            cancelResult(result, work);
-        else
-            publish(result, room.holdOutcomeOf(std::move(source)), work);
+        forward(std::move(source), cancelled, work);
     }
-    void refuse(Work& work) { publish(result, room.holdRefusal(), work); }
-    const Waiter* waiter() const noexcept { return result.get(); }
-
-    OutcomeRoom<T> room;
-    const std::shared_ptr<ResultState<T>> result;
+    void refuse(Work& work) { forward.refuse(work); }
+    const Waiter* waiter() const noexcept { return forward.waiter(); }
 
 private:
     struct Stop {
@@ -42,6 +36,7 @@ private:
         }
     };
 
+    Forward<T> forward;
     std::optional<std::stop_callback<Stop>> stopped;
 };
 
