@@ -100,7 +100,7 @@ Future<T>& Future<T>::operator=(Future&& other) noexcept {
 }
 
 template <class T>
-T Future<T>::get() {
+inline T Future<T>::get() {
     if (!valid())
         detail::throwFutureInvalid();
     // The future may be destroyed during the wait.
