@@ -104,11 +104,14 @@ public:
             const std::shared_ptr<ProducerState<T>> result = std::move(promise.result);
             Outcome<T> outcome = std::move(promise.outcome);
             Work* const work = promise.work;
+            const bool hooked = promise.hooked;
             coroutine.destroy(); // also destroys `this`
-            if (work)
-                return result->end(std::move(outcome), *work);
             Work own;
-            result->end(std::move(outcome), own);
+            Work& loop = work ? *work : own;
+            if (hooked)
+                result->end(std::move(outcome), loop);
+            else
+                publish<T>(result, std::move(outcome), loop);
             own.run();
         }
         void await_resume() const noexcept {}
@@ -117,7 +120,10 @@ public:
 
     const Waiter* waiter() const noexcept { return result.get(); }
 
-    void onCancel(std::unique_ptr<CancelHook> hook) { result->onCancel(std::move(hook)); }
+    void onCancel(std::unique_ptr<CancelHook> hook) {
+        hooked = true;
+        result->onCancel(std::move(hook));
+    }
 
     /// From now on, the result waits for `source`.
     template <class U>
@@ -129,6 +135,7 @@ private:
     OutcomeRoom<T> room;
     Outcome<T> outcome;
     std::shared_ptr<ProducerState<T>> result;
+    bool hooked = false;
 };
 
 /// The promise type of a coroutine that returns a Future<void>, which a static_assert of Future rejects.

@@ -61,7 +61,7 @@ public:
         work.run();
     }
 
-    /// publish(), for a coroutine that has ended.
+    /// publish(), for a coroutine with hooks that has ended.
     void end(Outcome<T> outcome, Work& work) {
         publish(std::static_pointer_cast<ResultState<T>>(this->shared_from_this()), std::move(outcome), work);
         // The hooks of a state that was cancelled meanwhile belong to the call that cancelled it.
