@@ -178,12 +178,15 @@ Timer::Timer() noexcept = default;
 Timer::~Timer() = default;
 
 void Timer::start(std::shared_ptr<Timer> timer, Clock::time_point when) {
-    if (when != Clock::time_point::max())
-        TimerQueue::instance().start(std::move(timer), when);
+    if (when == Clock::time_point::max())
+        return;
+    timer->started = true;
+    TimerQueue::instance().start(std::move(timer), when);
 }
 
 void Timer::stop() noexcept {
-    const std::shared_ptr<Timer> released = TimerQueue::instance().stop(*this);
+    if (started)
+        TimerQueue::instance().stop(*this); // destroys the returned pointer, without the lock
 }
 
 } // namespace connector::detail

@@ -25,16 +25,17 @@ public:
     Timer& operator=(const Timer&) = delete;
     virtual ~Timer();
 
-    /// Calls expired() at `when`, or soon after, and owns `timer` until then. At Clock::time_point::max() it doesn't.
+    /// Calls expired() at `when`, or soon after, and owns `timer` until then. Clock::time_point::max() means never.
     /// Throws std::bad_alloc, and std::system_error if there can be no thread; nothing has changed then. Takes the
-    /// queue's mutex. Costs time in the logarithm of the number of timers at most, mostly none of it.
+    /// queue's mutex. The cost is at most logarithmic in the number of timers, and usually constant.
     static void start(std::shared_ptr<Timer> timer, Clock::time_point when);
 
     /// What a future that ran out of time fails with: one std::system_error (std::errc::timed_out) for all, so that
     /// nothing is allocated when time is up.
     static std::exception_ptr timedOut();
 
-    /// Releases the timer, unless expired() was called or is about to be. Takes the queue's mutex.
+    /// Releases the timer, unless it wasn't started, or expired() was called or is about to be. Takes the queue's
+    /// mutex.
     void stop() noexcept;
 
 protected:
@@ -47,6 +48,10 @@ private:
     virtual void expired() = 0;
 
     static constexpr std::size_t nowhere() noexcept { return std::numeric_limits<std::size_t>::max(); }
+
+    // Set before other threads know the timer. Without a started timer, stop() must not create the queue: that
+    // allocates.
+    bool started = false;
 
     // Guarded by the queue's mutex: the index in its heap.
     std::size_t place = nowhere();
